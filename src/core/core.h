@@ -1,0 +1,136 @@
+// core.h — the application core's public header: camera, render target, view constants,
+// frame-loop state, frame buffers, the static images (cursors, icon, pencil textures) and the
+// one exit. The render settings themselves are in settings.h; the doors to the two windows
+// are in seam.h.
+//
+// Everything declared here is in the display-free library. The SDL window (display.cpp),
+// SDL input (input.cpp) and main (main.cpp) belong to the tavok executable only.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+#include "core/settings.h"
+
+// ---------------------------------------------------------------------------------------------
+// Camera frame, in voxel coordinates. x, y, z and a fourth float that stays 0.
+// Written by input (mouse look, keys), the slice basis and the load path; read by every pass
+// through its arguments. The frame loop clamps ifor once a frame (clamp_forward).
+extern float ipos[4];  // eye
+extern float ifor[4];  // forward
+extern float iup[4];   // up
+extern float istr[4];  // strafe; istr x iup = ifor
+// The start frame: eye at the volume centre (integer halves, so the origin before a load),
+// looking along -z with y up.
+void set_start_camera();
+
+// ---------------------------------------------------------------------------------------------
+// The image a pass writes. One global instance; the buffers belong to the frame-buffer code
+// below and are replaced on resize and, for a render to file, swapped for a 1024 x 1024 set.
+struct RenderTarget {
+    uint32_t width;    // image width = window width
+    uint32_t height;   // window height * 4 / 5; the strip below belongs to the editor
+    uint32_t* color;   // width * height packed 0x00RRGGBB pixels, row-major
+    uint32_t* depth;   // ray parameter of the hit, 12 fractional bits; no_depth = nothing hit
+    uint8_t* mask;     // preview state: 0 not cast, 1 cast, 2 cast and missed the box
+};
+extern RenderTarget render_target;
+constexpr uint32_t no_depth = 0x400000;
+
+// Buffers of the frame, all malloc'ed (alloc_frame_buffers). edge_scratch is the copy of the
+// frame that edge detection reads; offscreen_pixels takes the image while offscreen_render is
+// set. screen_pixels points at the window surface's pixels (32 bits each, no row padding) and
+// is null without a window: the passes and the editor strip copy into it when it is there.
+extern uint32_t* edge_scratch;
+extern uint32_t* offscreen_pixels;
+extern uint32_t* screen_pixels;
+
+// Frees and allocates edge_scratch, offscreen_pixels, color, depth (w * rows words each) and
+// mask (w * rows bytes), in that order, and sets render_target to w x image_h. The fatal path
+// "out of memory\n" (status 1) takes any failure.
+void alloc_frame_buffers(uint32_t w, uint32_t image_h, uint32_t rows);
+
+// A resize request is carried out only when both sides are more than 100 pixels.
+inline bool resize_allowed(int w, int h) { return w > 100 && h > 100; }
+
+// Derived view constants, recomputed from render_target at start and on every resize.
+extern float view_long_side, view_short_side, view_aspect, view_aspect_inverse;
+extern float half_extent_str, half_extent_up;  // half the image plane along istr, iup
+extern float pixel_step, pixel_step_copy;      // 1 / short side
+void compute_view_constants();
+
+// Per-frame vectors, written just before a preview: ifor and light_dir + view_dir normalised.
+extern float view_dir[3];
+extern float half_vector[3];
+
+// ---------------------------------------------------------------------------------------------
+// Frame loop state (frame.cpp).
+extern int final_pending;        // a preview was shown and its final pass is due
+extern int volume_loaded;        // 0 until the first good load, then 1
+extern int idle_clears;          // idle frames that cleared the buffers, up to 2
+extern char fps_text[7];         // frames per second of the last four frames; nothing shows it
+extern unsigned frame_times[4];  // the four slots of the frame counter
+extern int frame_slot;
+extern float vol_diag;           // volume diagonal with the margin
+extern float vol_diag_sq;
+extern char last_volume_path[4096];
+extern int gui_active;           // the control panel is the active window
+extern int color_dialog_open;    // the colour dialog is up: no final pass runs
+
+// Mouse state shared by input and the editor strip (Parts of input and transfer editor).
+extern int mouse_x, mouse_y;
+extern int left_on_image, left_on_editor;    // where the held left press began
+extern int right_on_image, right_on_editor;  // the same for the right button
+extern unsigned left_press_times[2];         // ring of the last two frames with left held
+extern int left_press_slot;
+extern uint8_t double_click;                 // double-click latch of the strip
+extern unsigned last_double_click;           // ticks of the latest latch; drives the pause rule
+extern unsigned last_button_up;              // ticks of the latest button release
+extern unsigned last_slice_switch;           // ticks of the latest middle-button kind switch
+
+// Normalising, the one rule of the system: a length of 0.001 or less counts as 0.001.
+void normalize3(float* v);
+
+// Replaces each component of ifor whose magnitude is below 0.0001 by +-0.0001 (0.0 goes to
+// +0.0001). A lasting change: the traversal divides by these components.
+void clamp_forward();
+
+// One frame of the main loop, and the loop itself (never returns).
+void frame();
+[[noreturn]] void frame_loop();
+// The load path of a frame: takes the chooser's file name and loads it.
+void serve_load_request();
+// Everything the load path does with a name (log, loader choice, derived data, camera,
+// slices, cut shapes). Returns false when the loader refused the file; then nothing changed.
+bool load_volume_file(const char* path);
+// Runs the preview of render_mode (or the abstract view) as the frame loop's preview path.
+void run_preview();
+// Runs the final pass of render_mode / interp_mode; false when the mode has none.
+bool run_final();
+// Whether render_mode has a preview and a final pass in this build.
+bool mode_is_rendered(int mode);
+// Modes 4 to 10 start a final pass only when the last double click in the editor strip is
+// more than 350 ms old; other modes always may.
+bool pause_rule_met();
+
+// The only exit: message to standard error, stop the worker, free, close the window, exit.
+[[noreturn]] void clean_up_and_exit(int status, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+// Copies color (width * height words) to the window surface, or to offscreen_pixels while
+// offscreen_render is set. The end of every pass.
+void show_image();
+
+// ---------------------------------------------------------------------------------------------
+// Static images (images.cpp).
+// XPM-like cursor images: header, three colour lines, 32 rows of 32, hot-spot line.
+extern const char* const cursor_cross_image[37];
+extern const char* const cursor_ring_image[37];
+// Builds the two 128-byte bit planes of a cursor image: 'X' sets data and mask, '.' the mask.
+void cursor_bit_planes(const char* const* image, uint8_t data[128], uint8_t mask[128]);
+// Window icon, 32 x 32, three bytes a pixel, red first.
+extern const uint8_t window_icon[3072];
+// Five 64 x 64 grey paper textures of rising darkness for pencil shading, 0x00RRGGBB.
+// Tileable: texel (x, y) continues seamlessly into (x & 63, y & 63).
+extern const uint32_t pencil_tex[5][4096];
+extern int pencil_mask_x, pencil_mask_y;  // 63 once the window is up: texel index =
+                                          // (x & mx) + (y & my) * (mx + 1)

@@ -1,0 +1,120 @@
+// render_state.cpp — camera, render target, frame buffers and view constants.
+// Owns ipos/ifor/iup/istr, render_target and its buffers, edge_scratch, offscreen_pixels,
+// the view constants and the mouse state shared by input and the editor strip. The buffers
+// are replaced by alloc_frame_buffers (start, resize, render to file); nothing else frees them
+// but the exit.
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/core.h"
+#include "volume/volume.h"
+
+float ipos[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+float ifor[4] = {0.0f, 0.0f, -1.0f, 0.0f};
+float iup[4] = {0.0f, 1.0f, 0.0f, 0.0f};
+float istr[4] = {-1.0f, 0.0f, 0.0f, 0.0f};
+
+void set_start_camera()
+{
+    ipos[0] = (float)(vol_x / 2);
+    ipos[1] = (float)(vol_y / 2);
+    ipos[2] = (float)(vol_z / 2);
+    ifor[0] = 0.0f, ifor[1] = 0.0f, ifor[2] = -1.0f;
+    iup[0] = 0.0f, iup[1] = 1.0f, iup[2] = 0.0f;
+    istr[0] = -1.0f, istr[1] = 0.0f, istr[2] = 0.0f;
+    ipos[3] = ifor[3] = iup[3] = istr[3] = 0.0f;
+}
+
+RenderTarget render_target = {0, 0, nullptr, nullptr, nullptr};
+uint32_t* edge_scratch = nullptr;
+uint32_t* offscreen_pixels = nullptr;
+uint32_t* screen_pixels = nullptr;
+
+float view_long_side, view_short_side, view_aspect, view_aspect_inverse;
+float half_extent_str, half_extent_up;
+float pixel_step, pixel_step_copy;
+float view_dir[3];
+float half_vector[3];
+
+int mouse_x, mouse_y;
+int left_on_image, left_on_editor;
+int right_on_image, right_on_editor;
+unsigned left_press_times[2];
+int left_press_slot;
+uint8_t double_click;
+unsigned last_double_click;
+unsigned last_button_up;
+unsigned last_slice_switch;
+
+void alloc_frame_buffers(uint32_t w, uint32_t image_h, uint32_t rows)
+{
+    // Sizes in size_t: a 16383 x 16383 window must not wrap the byte counts.
+    size_t words = (size_t)w * rows;
+    free(edge_scratch);
+    edge_scratch = (uint32_t*)malloc(words * 4);
+    free(offscreen_pixels);
+    offscreen_pixels = (uint32_t*)malloc(words * 4);
+    free(render_target.color);
+    render_target.color = (uint32_t*)malloc(words * 4);
+    free(render_target.depth);
+    render_target.depth = (uint32_t*)malloc(words * 4);
+    free(render_target.mask);
+    render_target.mask = (uint8_t*)malloc(words);
+    if (!edge_scratch || !offscreen_pixels || !render_target.color || !render_target.depth ||
+        !render_target.mask)
+        clean_up_and_exit(1, "out of memory\n");
+    // The frame loop clears these before every preview; a fresh buffer starts cleared too, so
+    // that no pass ever reads what malloc left.
+    memset(render_target.color, 0, words * 4);
+    memset(render_target.depth, 0, words * 4);
+    memset(render_target.mask, 0, words);
+    memset(edge_scratch, 0, words * 4);
+    memset(offscreen_pixels, 0, words * 4);
+    render_target.width = w;
+    render_target.height = image_h;
+}
+
+void compute_view_constants()
+{
+    float w = (float)render_target.width, h = (float)render_target.height;
+    if (w < h) {
+        view_long_side = h;
+        view_short_side = w;
+        view_aspect = w / h;
+        half_extent_str = 0.5f;
+        view_aspect_inverse = 1.0f / view_aspect;
+        half_extent_up = 0.5f * view_aspect_inverse;
+    } else {
+        view_long_side = w;
+        view_short_side = h;
+        view_aspect = h / w;
+        half_extent_up = 0.5f;
+        view_aspect_inverse = 1.0f / view_aspect;
+        half_extent_str = 0.5f * view_aspect_inverse;
+    }
+    pixel_step = pixel_step_copy = 1.0f / view_short_side;
+}
+
+void normalize3(float* v)
+{
+    float length = sqrtf(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    if (length <= 0.001f) length = 0.001f;
+    float inverse = 1.0f / length;
+    v[0] *= inverse;
+    v[1] *= inverse;
+    v[2] *= inverse;
+}
+
+void clamp_forward()
+{
+    for (int i = 0; i < 3; ++i)
+        if (fabsf(ifor[i]) < 0.0001f) ifor[i] = ifor[i] >= 0.0f ? 0.0001f : -0.0001f;
+}
+
+void show_image()
+{
+    size_t bytes = (size_t)render_target.width * render_target.height * 4;
+    if (offscreen_render) memcpy(offscreen_pixels, render_target.color, bytes);
+    else if (screen_pixels) memcpy(screen_pixels, render_target.color, bytes);
+}

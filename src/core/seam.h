@@ -1,0 +1,46 @@
+// seam.h — the library's only doors into the two windows.
+//
+// The display-free library calls these plain functions where the program touches the SDL
+// window or the GTK panel: the two event pumps, the clock, the flip, the progress bars and
+// the few widgets that the load path and the slices set. The tavok executable implements them
+// with SDL (src/core/display.cpp, src/core/input.cpp) and GTK (src/panel); tavok-render, the
+// tests and the benchmarks link seam_null.cpp, where they do nothing, the clock is a variable
+// and the sliders report their start values.
+//
+// None of these is called inside a ray or a pixel loop: the passes call the pumps and the
+// progress bar once per polled line.
+#pragma once
+#include <cstdint>
+
+// Event pumps: one GTK iteration with the window checks, and the SDL input step.
+void gui_pump();
+void input_pump();
+
+// Milliseconds since start (SDL_GetTicks), a short sleep (SDL_Delay), SDL_Flip of the window.
+unsigned ticks_ms();
+void delay_ms(unsigned ms);
+void flip_display();
+// The SDL part of the exit: default cursor back, both cursors freed, SDL_Quit.
+void close_display();
+
+// Widgets by their registered name. Progress bars take a fraction; entries a text, with
+// max_length > 0 also setting the entry's maximum length first; ranges and spin buttons a
+// value; toggle and radio buttons an active state; notebooks a page. Setting a value runs
+// the widget's handler at once, as a user's change would.
+void set_progress(const char* name, double fraction);
+void set_entry_text(const char* name, const char* text, int max_length);
+double widget_value(const char* name);
+void set_widget_value(const char* name, double value);
+void set_widget_active(const char* name, int active);
+void set_spin_range(const char* name, double lo, double hi);
+void set_notebook_page(const char* name, int page);
+
+// The file chooser GUIloadvolume: its file name (malloc'ed, the caller frees it) or null,
+// and setting its file name.
+char* take_chooser_filename();
+void set_chooser_filename(const char* path);
+
+// The colour dialog of the editor strip: creates it, starts it at this colour and shows it,
+// setting color_dialog_open. Returns 0 when the colour can't be allocated ("GTK+ color alloc
+// failed!"): the dialog then stays hidden.
+int open_color_dialog(uint32_t color);

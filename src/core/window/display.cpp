@@ -1,0 +1,104 @@
+// display.cpp — the SDL window: opening, resizing, cursors, icon, and the window doors of
+// seam.h (clock, flip, closing). Owns screen and the cursors; the frame buffers it sizes
+// belong to render_state.cpp.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/core.h"
+#include "core/seam.h"
+#include "core/window/window.h"
+#include "transfer/transfer.h"
+
+SDL_Surface* screen = nullptr;
+SDL_Cursor* cursor_cross = nullptr;
+SDL_Cursor* cursor_ring = nullptr;
+SDL_Cursor* sdl_cursor_default = nullptr;
+
+SDL_Cursor* make_cursor(const char* const* image)
+{
+    uint8_t data[128], mask[128];
+    cursor_bit_planes(image, data, mask);
+    // The hot-spot line is read but not used: every cursor gets the hot spot (15, 14).
+    int hot_x = 0, hot_y = 0;
+    sscanf(image[36], "%d,%d", &hot_x, &hot_y);
+    return SDL_CreateCursor(data, mask, 32, 32, 15, 14);
+}
+
+void init_display(int width, int height, int depth, int fullscreen)
+{
+    if (SDL_Init(SDL_INIT_VIDEO) < 0) clean_up_and_exit(1, "Couldn't initialize SDL: %s\n", SDL_GetError());
+    screen = SDL_SetVideoMode(width, height, depth, SDL_RESIZABLE);
+    if (!screen)
+        clean_up_and_exit(1, "Couldn't set %dx%dx%d video mode: %s\n", width, height, depth,
+                          SDL_GetError());
+    printf("Set%s %dx%dx%d video mode\n", fullscreen == 1 ? " fullscreen" : "", width, height, depth);
+    screen_pixels = (uint32_t*)screen->pixels;
+
+    alloc_frame_buffers(width, height * 4 / 5, height * 4 / 5);
+
+    SDL_WM_SetCaption("tavok by Mara Quill", "tavok");
+    SDL_EnableKeyRepeat(500, 30);
+
+    sdl_cursor_default = SDL_GetCursor();
+    cursor_cross = make_cursor(cursor_cross_image);
+    SDL_SetCursor(cursor_cross);
+    cursor_ring = make_cursor(cursor_ring_image);
+
+    // The icon's bytes are red, green, blue; the surface's masks read a little-endian 24-bit
+    // value, whose top byte (red) is the third in memory, so each pixel is turned around.
+    SDL_Surface* icon = SDL_CreateRGBSurface(0, 32, 32, 24, 0xff0000, 0xff00, 0xff, 0);
+    if (icon) {
+        for (int y = 0; y < 32; ++y) {
+            uint8_t* row = (uint8_t*)icon->pixels + y * icon->pitch;
+            for (int x = 0; x < 32; ++x) {
+                const uint8_t* p = window_icon + (y * 32 + x) * 3;
+                row[x * 3 + 0] = p[2];
+                row[x * 3 + 1] = p[1];
+                row[x * 3 + 2] = p[0];
+            }
+        }
+        SDL_WM_SetIcon(icon, nullptr);
+    }
+    pencil_mask_x = pencil_mask_y = 63;
+}
+
+void resize_display(int w, int h)
+{
+    int bits = screen->format->BitsPerPixel;
+    Uint32 flags = screen->flags;
+    window_width = w;
+    window_height = h;
+    screen = SDL_SetVideoMode(w, h, bits, flags);
+    if (!screen)
+        clean_up_and_exit(1, "Resize: couldn't set %dx%dx%d video mode: %s\n", w, h, bits, SDL_GetError());
+    printf("RESIZED: desired: %d %d  actually: %d %d\n", w, h, screen->w, screen->h);
+    screen_pixels = (uint32_t*)screen->pixels;
+
+    // Sized by the whole window height, although the image takes four fifths of it.
+    alloc_frame_buffers(w, h * 4 / 5, h);
+    compute_view_constants();
+
+    if (volume_loaded) {
+        tf_height = window_height - render_target.height;
+        tf_width = window_width;
+        free(tf_pixels);
+        tf_pixels = (uint32_t*)malloc((size_t)tf_width * tf_height * 4);
+        if (!tf_pixels) clean_up_and_exit(0, "out of mem\n");
+        for (int i = 0; i < tf_width * tf_height; ++i) tf_pixels[i] = 0xcccccc;
+        draw_tf_backdrop();
+    }
+    refresh = 1;
+}
+
+unsigned ticks_ms() { return SDL_GetTicks(); }
+void delay_ms(unsigned ms) { SDL_Delay(ms); }
+void flip_display() { SDL_Flip(screen); }
+
+void close_display()
+{
+    if (sdl_cursor_default) SDL_SetCursor(sdl_cursor_default);
+    if (cursor_cross) SDL_FreeCursor(cursor_cross);
+    if (cursor_ring) SDL_FreeCursor(cursor_ring);
+    SDL_Quit();
+}

@@ -1,0 +1,100 @@
+// dat_loader.cpp — reads the native .dat volume: three little-endian 16-bit sizes X, Y, Z,
+// then X * Y * Z little-endian 16-bit samples, x fastest, then y, then z.
+//
+// The file is checked before anything of the old volume is touched: a file that can't be
+// opened, one shorter than its header says and one whose grid would not fit the 32-bit voxel
+// index are refused with a message, and the old volume, its tables and the panel's size entry
+// stay as they were. A sample above 4095, and failed allocations, are fatal.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/core.h"
+#include "core/seam.h"
+#include "slices/slices.h"
+#include "transfer/transfer.h"
+#include "volume/volume.h"
+
+// Renderers step the voxel index in signed 32 bits; the margin adds 4 on each axis.
+static constexpr long long max_grid_words = 0x7fffffffLL;
+
+bool load_dat_volume(const char* path)
+{
+    FILE* file = fopen(path, "rb");
+    if (!file) {
+        printf("can't open file %s\n", path);
+        return false;
+    }
+    uint8_t header[6];
+    fseek(file, 0, SEEK_END);
+    long file_size = ftell(file);
+    fseek(file, 0, SEEK_SET);
+    if (file_size < 6 || fread(header, 1, 6, file) != 6) {
+        printf("file %s is too short: it has %ld bytes, the header needs 6\n", path,
+               file_size < 0 ? 0L : file_size);
+        fclose(file);
+        return false;
+    }
+    uint32_t fx = header[0] | header[1] << 8;
+    uint32_t fy = header[2] | header[3] << 8;
+    uint32_t fz = header[4] | header[5] << 8;
+    printf("Orlen-data x=%d, y=%d, z=%d\n", fx, fy, fz);
+
+    long long samples = (long long)fx * fy * fz;
+    long long needed = 6 + 2 * samples;
+    if (file_size < needed) {
+        printf("file %s is too short: %d x %d x %d needs %lld bytes, it has %ld\n", path, fx, fy,
+               fz, needed, file_size);
+        fclose(file);
+        return false;
+    }
+    long long words = (long long)(fx + 4) * (fy + 4) * (fz + 4);
+    if (words > max_grid_words) {
+        printf("file %s is too large: %d x %d x %d gives a grid of %lld voxels, at most %lld fit\n",
+               path, fx, fy, fz, words, max_grid_words);
+        fclose(file);
+        return false;
+    }
+
+    char dims[64];
+    snprintf(dims, sizeof dims, " %d x %d x %d", fx, fy, fz);
+    set_entry_text("GUIvolDim", dims, (int)strlen(dims));
+
+    if (volume_loaded) {
+        free(voxels);
+        voxels = nullptr;
+    }
+    voxels = (uint32_t*)calloc((size_t)words, 4);
+    if (!voxels) clean_up_and_exit(0, "failed to allocate %dx%dx%d voxel-grid\n", fx, fy, fz);
+    memset(histo, 0, sizeof histo);
+    if (!volume_loaded) alloc_lookup_tables();
+    reset_grey_tables();
+
+    uint16_t* block = (uint16_t*)malloc((size_t)samples * 2 + 1);
+    if (!block) clean_up_and_exit(0, "out of mem!");
+    size_t got = fread(block, 2, (size_t)samples, file);
+    (void)got;  // the length was checked against the header above
+
+    // The grid's sizes with the margin; the file's sample (x, y, z) lands on (x+2, y+2, z+2).
+    vol_x = fx + 4;
+    vol_y = fy + 4;
+    vol_z = fz + 4;
+    const uint8_t* bytes = (const uint8_t*)block;
+    size_t i = 0;
+    for (uint32_t z = 0; z < fz; ++z)
+        for (uint32_t y = 0; y < fy; ++y)
+            for (uint32_t x = 0; x < fx; ++x, ++i) {
+                uint32_t v = bytes[2 * i] | bytes[2 * i + 1] << 8;
+                if (v > 4095) clean_up_and_exit(0, "error in file %s", path);
+                histo[v] += 1;
+                if (v >= 500) voxels[voxel_index(x + 2, y + 2, z + 2)] = v;
+            }
+    free(block);
+    fclose(file);
+
+    volume_loaded = 1;
+    reset_slices();
+    init_transfer_editor();
+    refresh = 1;
+    return true;
+}

@@ -1,0 +1,28 @@
+// grid.cpp — the globals of the volume room: the grid, its histogram, the derived gradients
+// and brick map, and the occlusion progress. Written by the loaders, blur, cut and the
+// occlusion worker; read by every pass.
+#include "volume/volume.h"
+
+uint32_t* voxels = nullptr;
+uint32_t vol_x = 0, vol_y = 0, vol_z = 0;
+uint32_t histo[4096];
+uint32_t max_histo = 1;
+GradientRecord* gradients = nullptr;
+uint32_t* block_map = nullptr;
+uint32_t block_x = 0, block_y = 0, block_z = 0;
+std::atomic<float> shadow_progress{0.0f};
+
+void compute_max_histo()
+{
+    // Bins below 500 are left out: the noise threshold keeps those densities out of the grid.
+    max_histo = 1;
+    for (int i = 500; i < 4096; ++i)
+        if (histo[i] > max_histo) max_histo = histo[i];
+}
+
+void fill_occlusion(uint16_t value)
+{
+    size_t count = (size_t)vol_x * vol_y * vol_z;
+    uint32_t upper = (uint32_t)value << 16;
+    for (size_t i = 0; i < count; ++i) voxels[i] = (voxels[i] & 0xffff) | upper;
+}

@@ -1,0 +1,63 @@
+// volume.h — the voxel grid and what is derived from it: loaders, histogram, gradients,
+// brick map, smoothing, cutting and the occlusion worker.
+//
+// The grid, gradients and brick map are written only by this room (the loaders, blur, cut and
+// the occlusion worker, which writes occlusion bits only) and read by every render pass. They
+// live until the next load; the pointers are replaced, never resized in place.
+#pragma once
+#include <atomic>
+#include <cstdint>
+
+// Voxel word: density in bits 0-11, occlusion in bits 16-23, every other bit 0.
+// Voxel (x, y, z) is at (x * vol_z + z) * vol_y + y: y fastest, then z, then x.
+constexpr uint32_t density_mask = 0xfff;
+extern uint32_t* voxels;
+extern uint32_t vol_x, vol_y, vol_z;  // grid sizes, margin included (file sizes + 4 for .dat)
+
+inline uint32_t voxel_index(uint32_t x, uint32_t y, uint32_t z)
+{
+    return (x * vol_z + z) * vol_y + y;
+}
+
+// Density histogram of the last load or blur: 4096 counts, counted before the noise threshold
+// of 500, so bins 1-499 hold true counts although the grid keeps none of those densities.
+extern uint32_t histo[4096];
+// Largest count of bins 500-4095, at least 1: the scale of the histogram in the editor strip.
+extern uint32_t max_histo;
+void compute_max_histo();
+
+// Loads a .dat file: three 16-bit sizes, then 16-bit samples with x fastest. Samples below
+// 500 are stored as 0; a sample above 4095 ends the program. A file that can't be opened, is
+// shorter than its header says or whose grid is too large is refused before anything is
+// freed: a message, false, and the old volume stays.
+bool load_dat_volume(const char* path);
+
+// Stores value in bits 16-31 of every word of the grid, leaving bits 0-15 alone.
+void fill_occlusion(uint16_t value);
+
+// ---------------------------------------------------------------------------------------------
+// Gradients and brick map.
+struct GradientRecord {
+    float nx, ny, nz;  // unit gradient toward rising density; (0, 0, 0) in flat regions
+    float magnitude;   // |gradient| / 4095
+};
+extern GradientRecord* gradients;  // one per voxel, at the voxel's index
+
+// One cell per 8 x 8 x 8 brick, 0 when every density of the brick is 0; cell of voxel
+// (x, y, z) at ((x >> 3) * block_z + (z >> 3)) * block_y + (y >> 3).
+extern uint32_t* block_map;
+extern uint32_t block_x, block_y, block_z;
+
+void calc_gradients();
+void build_block_map();
+// 3 x 3 x 3 box filter over the field (word & mask) >> shift, in place; recounts histo.
+void smooth_field(uint32_t* words, uint32_t mask, int shift);
+// "Blur Data": one smoothing pass and everything that depends on the densities.
+void blur_data();
+
+// ---------------------------------------------------------------------------------------------
+// The occlusion worker. Anything that frees or rewrites voxel words, or changes a setting the
+// worker reads, first stops it: shadow_cancel = 1 and wait for the thread to end (a thread
+// never started is not waited for). shadow_cancel stays 1 afterwards.
+extern std::atomic<float> shadow_progress;  // fraction done, 0 when idle; shown every frame
+void stop_shadow_thread();

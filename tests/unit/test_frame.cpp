@@ -1,0 +1,248 @@
+// The frame loop without a window: start state, ifor clamp, buffer clears, the load path,
+// the pause rule and the frame counter.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "helpers.h"
+#include "transfer/transfer.h"
+
+TEST(Settings, StartValuesOfTheTable)
+{
+    set_default_settings();
+    set_panel_defaults();
+    EXPECT_EQ(refresh, 1);
+    EXPECT_EQ(render_mode, 12);
+    EXPECT_EQ(view_kind, 0);
+    EXPECT_EQ(interp_mode, 0);
+    EXPECT_EQ(shadow_stepsize, 0.7f);
+    EXPECT_EQ(max_ray_steps, 1000u);
+    EXPECT_EQ(sample_stepsize, 0.7f);
+    EXPECT_EQ(preview_limit_cuberille, 2);
+    EXPECT_EQ(preview_limit_simple, 4);
+    EXPECT_EQ(preview_limit_surface, 8);
+    EXPECT_EQ(edge_color, 0xccccccu);
+    EXPECT_EQ(edge_strength, 4.0f);
+    EXPECT_EQ(shadow_kind, 2);
+    EXPECT_EQ(light_diffuse, 0.35f);
+    EXPECT_EQ(light_specular, 0.55f);
+    EXPECT_EQ(light_exponent, 16.0f);
+    EXPECT_EQ(light_ambient, 0.0f);  // the slider shows 0.1, the setting waits for it to move
+    EXPECT_EQ(rbs_alpha_correction, 1);
+    EXPECT_EQ(ics_alpha_correction, 1);
+    for (int k = 0; k < 4; ++k) {
+        EXPECT_EQ(surface_tint[k], 0x11aa11u);
+        EXPECT_EQ(surface_thickness[k], 1.0f);
+        EXPECT_EQ(surface_isovalue[k], 0);
+    }
+    EXPECT_EQ(window_width, 512u);
+    EXPECT_EQ(cut_sphere_r2, 1600.0f);
+    EXPECT_EQ(abstract_sphere_color, 0xcc0000u);
+    EXPECT_EQ(abstract_box_color, 0xcc00u);
+    EXPECT_EQ(abstract_plane_color, 0xccu);
+    EXPECT_EQ(light_color, 0xffffffu);
+    EXPECT_EQ(light_dir[0], 0.70710677f);
+    EXPECT_EQ(light_dir[2], -0.70710677f);
+    EXPECT_EQ(isovalue, 2048);
+    EXPECT_EQ(refine_tolerance, 10);
+}
+
+TEST(Settings, RegistryNamesEverySettingOnce)
+{
+    int found = 0;
+    for (int i = 0; i < settings_registry_size; ++i) {
+        for (int j = i + 1; j < settings_registry_size; ++j)
+            EXPECT_STRNE(settings_registry[i].name, settings_registry[j].name);
+        if (strcmp(settings_registry[i].name, "light_dir") == 0) {
+            EXPECT_EQ(settings_registry[i].count, 3);
+            EXPECT_EQ(settings_registry[i].value, (void*)light_dir);
+            ++found;
+        }
+        if (strcmp(settings_registry[i].name, "edge_color") == 0) {
+            EXPECT_EQ(settings_registry[i].type, SettingType::Color);
+            ++found;
+        }
+        if (strcmp(settings_registry[i].name, "max_ray_steps") == 0) {
+            EXPECT_EQ(settings_registry[i].type, SettingType::UInt);
+            ++found;
+        }
+        if (strcmp(settings_registry[i].name, "surface_isovalue") == 0) {
+            EXPECT_EQ(settings_registry[i].count, 4);
+            ++found;
+        }
+    }
+    EXPECT_EQ(found, 4);
+}
+
+TEST(Frame, ForwardClamp)
+{
+    start_fresh();
+    ifor[0] = 0.0f;
+    ifor[1] = -0.00005f;
+    ifor[2] = 0.0001f;
+    clamp_forward();
+    EXPECT_EQ(ifor[0], 0.0001f);
+    EXPECT_EQ(ifor[1], -0.0001f);
+    EXPECT_EQ(ifor[2], 0.0001f);
+    ifor[0] = -0.0f;
+    ifor[1] = 0.5f;
+    ifor[2] = -0.00009f;
+    clamp_forward();
+    EXPECT_EQ(ifor[0], 0.0001f);  // -0.0 counts as 0.0
+    EXPECT_EQ(ifor[1], 0.5f);
+    EXPECT_EQ(ifor[2], -0.0001f);
+}
+
+TEST(Frame, WithoutVolumeTheFirstFrameClearsRefreshAndDrawsNothing)
+{
+    start_fresh();
+    int loaded = volume_loaded;
+    volume_loaded = 0;
+    render_target.color[100] = 0x123456;
+    ASSERT_EQ(refresh, 1);
+    frame();
+    EXPECT_EQ(refresh, 0);
+    EXPECT_EQ(final_pending, 0);
+    EXPECT_EQ(render_target.color[100], 0u);  // cleared, and no pass wrote anything
+    ifor[0] = 0.0f;
+    for (int i = 0; i < 5; ++i) frame();
+    EXPECT_EQ(ifor[0], 0.0001f);  // the clamp runs every frame
+    volume_loaded = loaded;
+}
+
+TEST(Frame, IdleFramesClearTheBuffersButMaskKeepsItsTail)
+{
+    start_fresh();
+    // A 3 x 3 image: 9 mask bytes, of which 9 / 4 = 2 words are cleared and 1 byte stays.
+    alloc_frame_buffers(3, 3, 3);
+    render_target.mask[8] = 7;
+    render_target.mask[7] = 7;
+    render_target.depth[8] = 99;
+    refresh = 0;
+    final_pending = 0;
+    frame();
+    EXPECT_EQ(render_target.mask[7], 0);
+    EXPECT_EQ(render_target.mask[8], 7);
+    EXPECT_EQ(render_target.depth[8], 0u);
+    EXPECT_EQ(idle_clears, 1);  // only the first clear of a frame counts
+    frame();
+    frame();
+    EXPECT_EQ(idle_clears, 2);  // and it counts up to two
+    alloc_frame_buffers(512, 409, 409);
+}
+
+TEST(Frame, PauseRuleWaitsStrictlyMoreThan350ms)
+{
+    start_fresh();
+    last_double_click = 1000;
+    for (int mode : {4, 6, 8, 10}) {
+        render_mode = mode;
+        null_ticks = 1350;
+        EXPECT_FALSE(pause_rule_met()) << mode;
+        null_ticks = 1351;
+        EXPECT_TRUE(pause_rule_met()) << mode;
+    }
+    for (int mode : {0, 2, 12}) {
+        render_mode = mode;
+        null_ticks = 1000;
+        EXPECT_TRUE(pause_rule_met()) << mode;
+    }
+    // Unsigned difference: a click "after" now is far in the past.
+    render_mode = 4;
+    last_double_click = 0xfffffff0u;
+    null_ticks = 10;
+    EXPECT_FALSE(pause_rule_met());
+}
+
+TEST(Frame, FrameCounterFormatsEveryFourthFrame)
+{
+    start_fresh();
+    gui_active = 1;  // with the panel in focus nothing sleeps, so every frame takes 0 ms
+    frame_slot = 0;
+    memset(fps_text, 0, sizeof fps_text);
+    for (int i = 0; i < 3; ++i) frame();
+    EXPECT_STREQ(fps_text, "");
+    frame();
+    // Four frames of 0 ms: 4000 / (0 + 1 + 0 + 0 + 0), cut to six characters.
+    EXPECT_STREQ(fps_text, "4000.0");
+    EXPECT_EQ(frame_slot, 0);
+}
+
+TEST(Frame, LoadPathFromTheChooser)
+{
+    start_fresh();
+    auto samples = make_samples(10, 12, 14, [](int x, int y, int z) { return 600 + x + y + z; });
+    std::string path = write_dat("chooser.dat", 10, 12, 14, samples);
+    null_chooser_name = path.c_str();
+    load_requested = 1;
+    testing::internal::CaptureStdout();
+    frame();
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out.rfind(path + "\nOrlen-data x=10, y=12, z=14\n", 0), 0u) << out;
+    EXPECT_EQ(load_requested, 0);
+    EXPECT_EQ(volume_loaded, 1);
+    EXPECT_STREQ(last_volume_path, path.c_str());
+    EXPECT_EQ(vol_diag, sqrtf((float)(14 * 14 + 16 * 16 + 18 * 18)));
+    EXPECT_EQ(vol_diag_sq, vol_diag * vol_diag);
+    // Cut shapes from the sliders' start values: plane slider 0, sphere at 0, radius 0.3.
+    EXPECT_EQ(cut_plane_d, -0.5f * vol_diag);
+    EXPECT_EQ(cut_sphere_center[0], 0.0f);
+    float r = 0.3f * vol_diag;
+    EXPECT_FLOAT_EQ(cut_sphere_r2, r * r);
+    // The occlusion field starts neutral.
+    EXPECT_EQ(voxels[voxel_index(5, 5, 5)] >> 16, 0x80u);
+    remove(path.c_str());
+}
+
+TEST(Frame, LoadPathWithoutAFileNameLoadsNothing)
+{
+    start_fresh();
+    null_chooser_name = nullptr;
+    load_requested = 1;
+    refresh = 1;
+    final_pending = 1;
+    frame();
+    EXPECT_EQ(load_requested, 0);
+    EXPECT_EQ(final_pending, 0);
+}
+
+TEST(Frame, RefusedFileKeepsTheLastPathAndVolume)
+{
+    start_fresh();
+    std::string good = write_dat("keep.dat", 3, 3, 3, make_samples(3, 3, 3, [](int, int, int) { return 800; }));
+    ASSERT_TRUE(load_volume_file(good.c_str()));
+    uint32_t* grid = voxels;
+    float diag = vol_diag;
+    std::string missing = temp_path("missing.dat");
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(load_volume_file(missing.c_str()));
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(voxels, grid);
+    EXPECT_EQ(vol_diag, diag);
+    EXPECT_STREQ(last_volume_path, good.c_str());
+    remove(good.c_str());
+}
+
+TEST(Frame, FileTypeIsTheExactEnding)
+{
+    start_fresh();
+    auto samples = make_samples(2, 2, 2, [](int, int, int) { return 1500; });
+    // A mixed-case ending goes to the .dat loader.
+    std::string mixed = write_dat("volume.Vox", 2, 2, 2, samples);
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(load_volume_file(mixed.c_str()));
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out.find("it's a"), std::string::npos) << out;
+    std::string raw = write_dat("volume.raw", 2, 2, 2, samples);
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(load_volume_file(raw.c_str()));
+    testing::internal::GetCapturedStdout();
+    std::string upper = temp_path("x.KVX");
+    testing::internal::CaptureStdout();
+    load_volume_file(upper.c_str());
+    out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find("it's a *.KVX\n"), std::string::npos) << out;
+    remove(mixed.c_str());
+    remove(raw.c_str());
+}
