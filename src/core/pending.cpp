@@ -14,6 +14,8 @@ OpacityNode* opacity_nodes = nullptr;
 ColorNode* drag_color_node = nullptr;
 OpacityNode* drag_opacity_node = nullptr;
 void draw_tf_backdrop() {}
+void tf_left_press(int, int, unsigned) {}
+void tf_right_press(int, int) {}
 void init_transfer_editor() { compute_max_histo(); }
 void draw_tf_overlay() {}
 void free_transfer_nodes() {}
