@@ -1,0 +1,358 @@
+"""guitest.py — harness for tests of the real tavok windows.
+
+A test script starts tavok under its own X server, reads its standard output and error as
+they come, finds the SDL window and the control panel, drives them with xdotool (XTEST, as a
+user's keyboard and mouse would), and takes screenshots with xwd. Standard library only.
+
+    from guitest import Tavok, options, check
+    opts = options()
+    with Tavok(opts, ["volume.dat"]) as t:
+        t.wait_out("Orlen-data")
+        t.key("q")
+        check(t.wait_exit() == 0, "exit status 0")
+
+Run a script directly under an X server (tests/run_with_xvfb.sh does that for CTest), or
+without one: the harness then starts its own Xvfb.
+"""
+import argparse
+import os
+import re
+import select
+import struct
+import subprocess
+import sys
+import threading
+import time
+import zlib
+
+SDL_CLASS = "tavok"    # WM_CLASS class of the SDL window
+PANEL_CLASS = "Tavok"  # WM_CLASS class of the GTK panel
+
+
+def options(extra=None):
+    """Command line of a GUI test: --tavok BINARY --build DIR --source DIR [extra]."""
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--tavok", required=True)
+    parser.add_argument("--build", required=True)
+    parser.add_argument("--source", required=True)
+    if extra:
+        extra(parser)
+    return parser.parse_args()
+
+
+failures = []
+
+
+def check(condition, what):
+    """Records a failed check; the script ends with finish(), which sets the exit status."""
+    print(("ok   " if condition else "FAIL ") + what, flush=True)
+    if not condition:
+        failures.append(what)
+    return condition
+
+
+def finish():
+    if failures:
+        print("%d check(s) failed" % len(failures))
+        sys.exit(1)
+    print("all checks passed")
+    sys.exit(0)
+
+
+def skip(reason):
+    print("skipped: " + reason)
+    sys.exit(0)
+
+
+def shared_data(name):
+    """Path of a file of the shared real data, or None when the folder is not there."""
+    here = os.path.dirname(os.path.abspath(__file__))
+    path = os.path.normpath(os.path.join(here, "..", "..", "..", "shared", "data", name))
+    return path if os.path.exists(path) else None
+
+
+def phantom(opts):
+    """The bundled sample volume, made by make-phantom in the build folder on first use."""
+    path = os.path.join(opts.build, "phantom.dat")
+    if not os.path.exists(path):
+        tool = os.path.join(opts.build, "make-phantom")
+        subprocess.run([tool, path], check=True, stdout=subprocess.DEVNULL)
+    return path
+
+
+def write_dat(path, sizes, value):
+    """Writes a .dat volume of the given sizes; value(x, y, z) gives each sample."""
+    X, Y, Z = sizes
+    data = bytearray(struct.pack("<3H", X, Y, Z))
+    for z in range(Z):
+        for y in range(Y):
+            for x in range(X):
+                data += struct.pack("<H", value(x, y, z))
+    with open(path, "wb") as f:
+        f.write(data)
+    return path
+
+
+class Xserver:
+    """An Xvfb of our own, used when the script runs without a display."""
+
+    def __init__(self):
+        r, w = os.pipe()
+        self.proc = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(w), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
+            pass_fds=(w,), stderr=subprocess.DEVNULL)
+        os.close(w)
+        ready, _, _ = select.select([r], [], [], 20)
+        if not ready:
+            raise RuntimeError("Xvfb did not start")
+        self.display = ":" + os.read(r, 64).decode().strip()
+        os.close(r)
+
+    def stop(self):
+        self.proc.kill()
+        self.proc.wait()
+
+
+def xdotool(*args):
+    out = subprocess.run(["xdotool"] + [str(a) for a in args], capture_output=True, text=True)
+    return out.stdout.strip()
+
+
+class Image:
+    """A screenshot: width, height and rows of 0xRRGGBB pixels."""
+
+    def __init__(self, width, height, pixels):
+        self.width, self.height, self.pixels = width, height, pixels
+
+    def at(self, x, y):
+        return self.pixels[y * self.width + x]
+
+    def crop(self, x, y, w, h):
+        rows = [self.pixels[(y + j) * self.width + x:(y + j) * self.width + x + w] for j in range(h)]
+        return Image(w, h, [p for row in rows for p in row])
+
+    def count(self, predicate):
+        return sum(1 for p in self.pixels if predicate(p))
+
+    def differs(self, other):
+        return self.width != other.width or self.height != other.height or self.pixels != other.pixels
+
+
+def read_xwd(data):
+    """Decodes the 24/32-bit ZPixmap dumps that xwd writes of a true-colour screen."""
+    fields = struct.unpack(">25I", data[:100])
+    header_size, _, pixmap_format, depth, width, height = fields[:6]
+    byte_order, bits_per_pixel, bytes_per_line = fields[7], fields[11], fields[12]
+    red_mask, green_mask, blue_mask = fields[14], fields[15], fields[16]
+    ncolors = fields[19]
+    if pixmap_format != 2 or bits_per_pixel != 32:
+        raise RuntimeError("unexpected xwd format %d/%d" % (pixmap_format, bits_per_pixel))
+    offset = header_size + ncolors * 12
+    order = "<" if byte_order == 0 else ">"
+    pixels = []
+    for y in range(height):
+        row = data[offset + y * bytes_per_line: offset + y * bytes_per_line + width * 4]
+        words = struct.unpack(order + "%dI" % width, row)
+        if (red_mask, green_mask, blue_mask) == (0xff0000, 0xff00, 0xff):
+            pixels.extend(w & 0xffffff for w in words)
+        else:
+            raise RuntimeError("unexpected colour masks")
+    return Image(width, height, pixels)
+
+
+def read_png(path):
+    """Decodes an 8-bit RGB or RGBA PNG (any filter, no interlace) to an Image and alpha list."""
+    data = open(path, "rb").read()
+    if data[:8] != b"\x89PNG\r\n\x1a\n":
+        raise RuntimeError("not a PNG")
+    pos, idat, width = 8, b"", 0
+    while pos < len(data):
+        length, kind = struct.unpack(">I4s", data[pos:pos + 8])
+        body = data[pos + 8:pos + 8 + length]
+        crc = struct.unpack(">I", data[pos + 8 + length:pos + 12 + length])[0]
+        if zlib.crc32(kind + body) & 0xffffffff != crc:
+            raise RuntimeError("bad CRC in chunk %r" % kind)
+        if kind == b"IHDR":
+            width, height, bit_depth, colour_type = struct.unpack(">IIBB", body[:10])
+            if bit_depth != 8 or colour_type not in (2, 6):
+                raise RuntimeError("unsupported PNG")
+            channels = 4 if colour_type == 6 else 3
+        elif kind == b"IDAT":
+            idat += body
+        pos += 12 + length
+    raw = zlib.decompress(idat)
+    stride = width * channels
+    previous = bytearray(stride)
+    pixels, alpha = [], []
+    for y in range(height):
+        start = y * (stride + 1)
+        kind, line = raw[start], bytearray(raw[start + 1:start + 1 + stride])
+        for i in range(stride):
+            a = line[i - channels] if i >= channels else 0
+            b = previous[i]
+            c = previous[i - channels] if i >= channels else 0
+            if kind == 1:
+                line[i] = (line[i] + a) & 255
+            elif kind == 2:
+                line[i] = (line[i] + b) & 255
+            elif kind == 3:
+                line[i] = (line[i] + (a + b) // 2) & 255
+            elif kind == 4:
+                p = a + b - c
+                pa, pb, pc = abs(p - a), abs(p - b), abs(p - c)
+                line[i] = (line[i] + (a if pa <= pb and pa <= pc else b if pb <= pc else c)) & 255
+        for x in range(width):
+            r, g, bl = line[x * channels:x * channels + 3]
+            pixels.append(r << 16 | g << 8 | bl)
+            alpha.append(line[x * channels + 3] if channels == 4 else 255)
+        previous = line
+    return Image(width, height, pixels), alpha
+
+
+class Tavok:
+    """A running tavok program with its output captured line by line."""
+
+    def __init__(self, opts, args=(), env=None):
+        self.opts = opts
+        self.args = list(args)
+        self.env = dict(os.environ, **(env or {}))
+        self.xserver = None
+        self.out_lines, self.err_lines = [], []
+        self.lock = threading.Lock()
+
+    def __enter__(self):
+        if not os.environ.get("DISPLAY"):
+            self.xserver = Xserver()
+            os.environ["DISPLAY"] = self.xserver.display
+            self.env["DISPLAY"] = self.xserver.display
+        self.proc = subprocess.Popen([self.opts.tavok] + self.args, stdout=subprocess.PIPE,
+                                     stderr=subprocess.PIPE, env=self.env)
+        for stream, lines in ((self.proc.stdout, self.out_lines), (self.proc.stderr, self.err_lines)):
+            threading.Thread(target=self._reader, args=(stream, lines), daemon=True).start()
+        return self
+
+    def __exit__(self, *exc):
+        if self.proc.poll() is None:
+            self.proc.kill()
+            self.proc.wait()
+        if self.xserver:
+            self.xserver.stop()
+            del os.environ["DISPLAY"]
+
+    def _reader(self, stream, lines):
+        for raw in iter(stream.readline, b""):
+            with self.lock:
+                lines.append(raw.decode(errors="replace").rstrip("\n"))
+
+    def stdout(self):
+        with self.lock:
+            return "\n".join(self.out_lines)
+
+    def stderr(self):
+        with self.lock:
+            return "\n".join(self.err_lines)
+
+    def _wait(self, lines, pattern, timeout, start):
+        deadline = time.time() + timeout
+        regex = re.compile(pattern)
+        index = start
+        while time.time() < deadline:
+            with self.lock:
+                while index < len(lines):
+                    if regex.search(lines[index]):
+                        return lines[index]
+                    index += 1
+            if self.proc.poll() is not None:
+                time.sleep(0.2)
+                with self.lock:
+                    if not any(regex.search(l) for l in lines[start:]):
+                        return None
+            time.sleep(0.05)
+        return None
+
+    def wait_out(self, pattern, timeout=20, start=0):
+        """The first line of standard output from index start on matching the regex, or None."""
+        return self._wait(self.out_lines, pattern, timeout, start)
+
+    def wait_err(self, pattern, timeout=20, start=0):
+        return self._wait(self.err_lines, pattern, timeout, start)
+
+    def out_count(self):
+        with self.lock:
+            return len(self.out_lines)
+
+    def wait_exit(self, timeout=20):
+        try:
+            return self.proc.wait(timeout=timeout)
+        except subprocess.TimeoutExpired:
+            return None
+
+    def _windows(self, wm_class):
+        deadline = time.time() + 20
+        while time.time() < deadline:
+            for w in xdotool("search", "--name", "tavok").split():
+                prop = subprocess.run(["xprop", "-id", w, "WM_CLASS"], capture_output=True, text=True).stdout
+                if '"%s"' % wm_class in prop.split("=")[-1].split(",")[-1]:
+                    geometry = xdotool("getwindowgeometry", w)
+                    if "Geometry: 1x1" not in geometry and "10x10" not in geometry:
+                        return w
+            time.sleep(0.1)
+        raise RuntimeError("window of class %s not found" % wm_class)
+
+    def sdl_window(self):
+        return self._windows(SDL_CLASS)
+
+    def panel_window(self):
+        return self._windows(PANEL_CLASS)
+
+    def geometry(self, window):
+        text = xdotool("getwindowgeometry", window)
+        x, y = map(int, re.search(r"Position: (\d+),(\d+)", text).groups())
+        w, h = map(int, re.search(r"Geometry: (\d+)x(\d+)", text).groups())
+        return x, y, w, h
+
+    def focus_sdl(self):
+        w = self.sdl_window()
+        xdotool("windowfocus", "--sync", w)
+        return w
+
+    def key(self, *keys, hold_ms=None):
+        """Presses keys in the SDL window. With hold_ms the key stays down that long, since
+        tavok reads the key state once a frame."""
+        self.focus_sdl()
+        for k in keys:
+            if hold_ms:
+                xdotool("keydown", k)
+                time.sleep(hold_ms / 1000.0)
+                xdotool("keyup", k)
+            else:
+                xdotool("key", "--delay", "60", k)
+
+    def move(self, x, y):
+        """Moves the pointer to (x, y) of the SDL window."""
+        w = self.sdl_window()
+        xdotool("mousemove", "--window", w, x, y)
+
+    def click(self, x, y, button=1, repeat=1, delay_ms=80):
+        self.move(x, y)
+        xdotool("click", "--repeat", repeat, "--delay", delay_ms, button)
+
+    def drag(self, x0, y0, x1, y1, button=1, steps=10, step_ms=30):
+        """Holds a button at (x0, y0) and moves to (x1, y1) in steps, then releases."""
+        self.move(x0, y0)
+        xdotool("mousedown", button)
+        time.sleep(step_ms / 1000.0)
+        for i in range(1, steps + 1):
+            self.move(x0 + (x1 - x0) * i // steps, y0 + (y1 - y0) * i // steps)
+            time.sleep(step_ms / 1000.0)
+        xdotool("mouseup", button)
+
+    def screenshot(self, window=None):
+        """The SDL window's pixels (or another window's) as an Image."""
+        w = window or self.sdl_window()
+        x, y, width, height = self.geometry(w)
+        dump = subprocess.run(["xwd", "-root", "-silent"], capture_output=True).stdout
+        return read_xwd(dump).crop(x, y, width, height)
+
+    def settle(self, seconds=0.5):
+        time.sleep(seconds)
