@@ -99,7 +99,7 @@ class Xserver:
     def __init__(self):
         r, w = os.pipe()
         self.proc = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(w), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
+            ["Xvfb", "-displayfd", str(w), "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"],
             pass_fds=(w,), stderr=subprocess.DEVNULL)
         os.close(w)
         ready, _, _ = select.select([r], [], [], 20)
@@ -296,8 +296,12 @@ class Tavok:
                     geometry = xdotool("getwindowgeometry", w)
                     if "Geometry: 1x1" not in geometry and "10x10" not in geometry:
                         return w
+            if self.proc.poll() is not None:
+                break
             time.sleep(0.1)
-        raise RuntimeError("window of class %s not found" % wm_class)
+        raise RuntimeError("window of class %s not found (tavok %s)\n--- stdout:\n%s\n--- stderr:\n%s\n--- windows: %s"
+                           % (wm_class, "running" if self.proc.poll() is None else "exited %r" % self.proc.poll(),
+                              self.stdout(), self.stderr(), xdotool("search", "--name", "tavok")))
 
     def sdl_window(self):
         return self._windows(SDL_CLASS)
@@ -316,17 +320,16 @@ class Tavok:
         xdotool("windowfocus", "--sync", w)
         return w
 
-    def key(self, *keys, hold_ms=None):
-        """Presses keys in the SDL window. With hold_ms the key stays down that long, since
-        tavok reads the key state once a frame."""
+    def key(self, *keys, hold_ms=120):
+        """Presses keys in the SDL window, one after the other. Each stays down for hold_ms:
+        tavok reads the key state once a frame, and a press and release that fall between
+        two frames would never be seen."""
         self.focus_sdl()
         for k in keys:
-            if hold_ms:
-                xdotool("keydown", k)
-                time.sleep(hold_ms / 1000.0)
-                xdotool("keyup", k)
-            else:
-                xdotool("key", "--delay", "60", k)
+            xdotool("keydown", k)
+            time.sleep(hold_ms / 1000.0)
+            xdotool("keyup", k)
+            time.sleep(0.05)
 
     def move(self, x, y):
         """Moves the pointer to (x, y) of the SDL window."""
