@@ -42,6 +42,7 @@ static void clear_frame_buffers()
 bool mode_is_rendered(int mode)
 {
     switch (mode) {
+    case 12: return true;
     default: return false;
     }
 }
@@ -49,6 +50,7 @@ bool mode_is_rendered(int mode)
 void run_preview()
 {
     switch (render_mode) {
+    case 12: render_slices(&render_target, voxels); break;
     default: break;
     }
 }

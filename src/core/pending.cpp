@@ -23,6 +23,3 @@ void free_transfer_nodes() {}
 // Volume room: derived data.
 void calc_gradients() {}
 void build_block_map() {}
-
-// Slices room.
-void reset_slices() {}
