@@ -83,8 +83,3 @@ void set_chooser_filename(const char* path)
     GtkWidget* w = find("GUIloadvolume");
     if (w && path[0]) gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(w), path);
 }
-
-int open_color_dialog(uint32_t)
-{
-    return 0;
-}

@@ -48,6 +48,9 @@ void insert_opacity_node(uint16_t scx, uint16_t mouse_y);
 void remove_opacity_node(uint16_t scx);
 void reinterpolate_opacity(OpacityNode* node);
 void free_transfer_nodes();
+// The default lists of a fresh load (a grey ramp: black and transparent at 0, white and
+// opaque at 4095), replacing the current ones; called by init_transfer_editor.
+void make_default_nodes();
 
 // ---------------------------------------------------------------------------------------------
 // The editor strip: tf_width x tf_height pixels below the image, painted in two layers.
@@ -78,3 +81,5 @@ void tf_right_press(int x, int y);
 void color_dialog_changed(uint32_t picked);
 void color_dialog_ok();
 void color_dialog_cancel();
+// "destroy" or "close" of the dialog: it is gone, final passes may run again.
+void color_dialog_closed();
