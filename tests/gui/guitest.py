@@ -139,24 +139,32 @@ class Image:
 
 
 def read_xwd(data):
-    """Decodes the 24/32-bit ZPixmap dumps that xwd writes of a true-colour screen."""
+    """Decodes the depth-24 ZPixmap dumps (24 or 32 bits a pixel) that xwd writes of a true-colour
+    screen."""
     fields = struct.unpack(">25I", data[:100])
     header_size, _, pixmap_format, depth, width, height = fields[:6]
     byte_order, bits_per_pixel, bytes_per_line = fields[7], fields[11], fields[12]
     red_mask, green_mask, blue_mask = fields[14], fields[15], fields[16]
     ncolors = fields[19]
-    if pixmap_format != 2 or bits_per_pixel != 32:
+    if pixmap_format != 2 or bits_per_pixel not in (24, 32):
         raise RuntimeError("unexpected xwd format %d/%d" % (pixmap_format, bits_per_pixel))
+    if (red_mask, green_mask, blue_mask) != (0xff0000, 0xff00, 0xff):
+        raise RuntimeError("unexpected colour masks")
     offset = header_size + ncolors * 12
     order = "<" if byte_order == 0 else ">"
     pixels = []
     for y in range(height):
-        row = data[offset + y * bytes_per_line: offset + y * bytes_per_line + width * 4]
-        words = struct.unpack(order + "%dI" % width, row)
-        if (red_mask, green_mask, blue_mask) == (0xff0000, 0xff00, 0xff):
+        start = offset + y * bytes_per_line
+        if bits_per_pixel == 32:
+            words = struct.unpack(order + "%dI" % width, data[start:start + width * 4])
             pixels.extend(w & 0xffffff for w in words)
         else:
-            raise RuntimeError("unexpected colour masks")
+            # Some Xvfb builds pack depth 24 into three bytes a pixel.
+            row = data[start:start + width * 3]
+            if byte_order == 0:
+                pixels.extend(row[i + 2] << 16 | row[i + 1] << 8 | row[i] for i in range(0, width * 3, 3))
+            else:
+                pixels.extend(row[i] << 16 | row[i + 1] << 8 | row[i + 2] for i in range(0, width * 3, 3))
     return Image(width, height, pixels)
 
 
