@@ -42,6 +42,7 @@ static void clear_frame_buffers()
 bool mode_is_rendered(int mode)
 {
     switch (mode) {
+    case 0: return true;
     case 12: return true;
     default: return false;
     }
@@ -50,6 +51,9 @@ bool mode_is_rendered(int mode)
 void run_preview()
 {
     switch (render_mode) {
+    case 0:
+        render_cuberille_preview(&render_target, voxels, ipos, ifor, iup, istr);
+        break;
     case 12: render_slices(&render_target, voxels); break;
     default: break;
     }
@@ -58,6 +62,10 @@ void run_preview()
 bool run_final()
 {
     switch (render_mode) {
+    case 0:
+        // interp_mode is not looked at: the cuberille has no interpolating final.
+        render_cuberille_final(&render_target, voxels, ipos, ifor, iup, istr);
+        return true;
     default: return false;
     }
 }

@@ -47,6 +47,11 @@ extern GradientRecord* gradients;  // one per voxel, at the voxel's index
 // (x, y, z) at ((x >> 3) * block_z + (z >> 3)) * block_y + (y >> 3).
 extern uint32_t* block_map;
 extern uint32_t block_x, block_y, block_z;
+// Beside each brick of block_map, at the same index: for an empty brick, the radius r in
+// bricks of the cube of bricks around it that holds no solid brick (bricks outside the map
+// count as empty), 0 to 254; 0 for a solid brick. The ray walks jump across such a cube in one
+// go. Built with block_map, in the same allocation: freeing block_map frees it.
+extern uint8_t* block_empty_radius;
 
 void calc_gradients();
 void build_block_map();

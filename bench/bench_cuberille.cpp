@@ -1,0 +1,333 @@
+// bench_cuberille.cpp — times the cuberille preview and final at 512 x 409 (the image of the
+// default window) on the phantom and on the real volumes, from two cameras: outside the
+// volume looking at its centre, and the view that the load path leaves (the slice plane's
+// camera). Prints medians over RUNS runs after a warm-up, rays/s and cells/s, and an FNV-1a
+// hash of each image, so that a speed-up that changes pixels shows at once.
+//
+// It also carries a cuberille final walk written out by hand, without the walk template of
+// walk.h, and prints both times and their ratio: the template must cost nothing. That hand
+// version lives here only; the program renders with the template.
+//
+// bench-cuberille [VOLUME.dat ...]   (no arguments: the phantom and every volume it finds)
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+#include <unistd.h>
+
+#include "core/core.h"
+#include "core/headless/seam_null.h"
+#include "raycast/raycast.h"
+#include "raycast/walk.h"
+#include "transfer/transfer.h"
+#include "volume/volume.h"
+
+// TAVOK_BENCH_RUNS=n overrides the number of timed runs (for a profiler run, say).
+static int RUNS = 15, WARMUP = 3;
+
+static double now_ms()
+{
+    return std::chrono::duration<double, std::milli>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+static uint32_t fnv1a(const uint32_t* words, size_t n)
+{
+    uint32_t h = 2166136261u;
+    const uint8_t* b = (const uint8_t*)words;
+    for (size_t i = 0; i < n * 4; ++i) h = (h ^ b[i]) * 16777619u;
+    return h;
+}
+
+static void clear_buffers()
+{
+    size_t n = (size_t)render_target.width * render_target.height;
+    memset(render_target.color, 0, n * 4);
+    memset(render_target.depth, 0, n * 4);
+    memset(render_target.mask, 0, n);
+}
+
+// The fastest run, printed beside the median: on a machine shared with other work the
+// minimum shows what the code costs when it has a core to itself.
+static double last_min_ms;
+
+template <class F> static double median_ms(F&& run, bool clear_first)
+{
+    std::vector<double> times;
+    for (int i = 0; i < WARMUP + RUNS; ++i) {
+        if (clear_first) clear_buffers();
+        double t0 = now_ms();
+        run();
+        double t = now_ms() - t0;
+        if (i >= WARMUP) times.push_back(t);
+    }
+    std::sort(times.begin(), times.end());
+    last_min_ms = times[0];
+    return times[times.size() / 2];
+}
+
+// ---------------------------------------------------------------------------------------------
+// The cuberille final of light model 0, with the walk written out by hand: the reference the
+// template is measured against. Same rules, same order of float operations.
+static void hand_cuberille_final(RenderTarget* target, uint32_t* vox, float* ipos, float* ifor,
+                                 float* iup, float* istr)
+{
+    RayFrame f;
+    setup_ray_frame(f, ipos, ifor, iup, istr);
+    const uint32_t W = target->width, H = target->height;
+    const uint32_t sx = vol_x, sy = vol_y, sz = vol_z, bz = block_z, by = block_y;
+    const int64_t str_x = (int64_t)vol_y * vol_z, str_z = vol_y;
+    const uint32_t* bricks = block_map;
+    const float* opacity = opacity_lut;
+    const uint32_t* colors = color_lut;
+    const uint32_t limit = max_ray_steps;
+    float line[3] = {f.first[0], f.first[1], f.first[2]};
+    for (uint32_t y = 0; y < H; ++y) {
+        float dir[3] = {line[0], line[1], line[2]};
+        uint32_t* row = target->color + (size_t)y * W;
+        for (uint32_t x0 = 0; x0 < W; ++x0) {
+            uint32_t pixel = 0;
+            float entry[3];
+            const float* p = f.eye;
+            if (!f.eye_inside) {
+                if (!ray_box_entry(dir, f.eye, entry)) goto store;
+                p = entry;
+            }
+            {
+                int32_t cx = trunc_i32(p[0]), cy = trunc_i32(p[1]), cz = trunc_i32(p[2]);
+                int32_t stx, sty, stz, tx, ty, tz, dtx, dty, dtz;
+                float d0 = dir[0], d1 = dir[1], d2 = dir[2], fx, fy, fz;
+                if (d0 < 0.0f) stx = -1, fx = p[0] - (float)cx;
+                else { stx = 1, fx = (float)(cx + 1) - p[0]; if (d0 < 0.0001f) d0 = 0.0001f; }
+                if (d1 < 0.0f) sty = -1, fy = p[1] - (float)cy;
+                else { sty = 1, fy = (float)(cy + 1) - p[1]; if (d1 < 0.0001f) d1 = 0.0001f; }
+                if (d2 < 0.0f) stz = -1, fz = p[2] - (float)cz;
+                else { stz = 1, fz = (float)(cz + 1) - p[2]; if (d2 < 0.0001f) d2 = 0.0001f; }
+                float i0 = 1.0f / d0, i1 = 1.0f / d1, i2 = 1.0f / d2;
+                dtx = trunc_i32((float)stx * i0 * 4096.0f), tx = trunc_i32(fx * fabsf(i0) * 4096.0f);
+                dty = trunc_i32((float)sty * i1 * 4096.0f), ty = trunc_i32(fy * fabsf(i1) * 4096.0f);
+                dtz = trunc_i32((float)stz * i2 * 4096.0f), tz = trunc_i32(fz * fabsf(i2) * 4096.0f);
+                const int64_t ix = stx > 0 ? str_x : -str_x, iy = sty, iz = stz > 0 ? str_z : -str_z;
+                int64_t index = ((int64_t)cx * sz + cz) * sy + cy;
+                uint32_t steps = 0;
+                // The walk's guard for a first cell outside the grid, by hand.
+                while (!((uint32_t)cx < sx && (uint32_t)cy < sy && (uint32_t)cz < sz)) {
+                    if (tx < ty && tx < tz) { cx += stx; if ((uint32_t)cx >= sx) goto store; tx = wrap_add(tx, dtx); index += ix; }
+                    else if (tx >= ty && ty < tz) { cy += sty; if ((uint32_t)cy >= sy) goto store; ty = wrap_add(ty, dty); index += iy; }
+                    else { cz += stz; if ((uint32_t)cz >= sz) goto store; tz = wrap_add(tz, dtz); index += iz; }
+                    if (++steps >= limit) goto store;
+                }
+                int8_t face = -1;
+                bool known = false;
+                for (;;) {
+                    uint32_t word = vox[index];
+                    float a = opacity[word & 0xfff];
+                    if (a >= 0.2f && a <= 1.0f) { pixel = colors[word & 0xfff]; goto store; }
+                    (void)face;
+                    bool crossed;
+                    if (tx < ty) {
+                        if (tx < tz) { cx += stx; if ((uint32_t)cx >= sx) goto store; crossed = (cx & 7) == ((stx >> 1) & 7); tx = wrap_add(tx, dtx); index += ix; face = 1; }
+                        else { cz += stz; if ((uint32_t)cz >= sz) goto store; crossed = (cz & 7) == ((stz >> 1) & 7); tz = wrap_add(tz, dtz); index += iz; face = 3; }
+                    } else if (ty < tz) { cy += sty; if ((uint32_t)cy >= sy) goto store; crossed = (cy & 7) == ((sty >> 1) & 7); ty = wrap_add(ty, dty); index += iy; face = 2; }
+                    else { cz += stz; if ((uint32_t)cz >= sz) goto store; crossed = (cz & 7) == ((stz >> 1) & 7); tz = wrap_add(tz, dtz); index += iz; face = 3; }
+                    if ((crossed || !known) && bricks[(((uint32_t)cx >> 3) * bz + ((uint32_t)cz >> 3)) * by + ((uint32_t)cy >> 3)] == 0) {
+                        for (;;) {
+                            uint32_t bx0 = (uint32_t)cx >> 3, by0 = (uint32_t)cy >> 3, bz0 = (uint32_t)cz >> 3;
+                            do {
+                                ++steps;
+                                if (tx < ty) {
+                                    if (tx < tz) cx += stx, tx = wrap_add(tx, dtx), index += ix;
+                                    else cz += stz, tz = wrap_add(tz, dtz), index += iz;
+                                } else if (ty < tz) cy += sty, ty = wrap_add(ty, dty), index += iy;
+                                else cz += stz, tz = wrap_add(tz, dtz), index += iz;
+                            } while (((uint32_t)cx >> 3) == bx0 && ((uint32_t)cy >> 3) == by0 && ((uint32_t)cz >> 3) == bz0);
+                            if (!((uint32_t)cx < sx && (uint32_t)cy < sy && (uint32_t)cz < sz)) goto store;
+                            if (bricks[(((uint32_t)cx >> 3) * bz + ((uint32_t)cz >> 3)) * by + ((uint32_t)cy >> 3)]) break;
+                            ++steps;
+                            if (tx < ty) {
+                                if (tx < tz) { cx += stx; if ((uint32_t)cx >= sx) goto store; tx = wrap_add(tx, dtx); index += ix; }
+                                else { cz += stz; if ((uint32_t)cz >= sz) goto store; tz = wrap_add(tz, dtz); index += iz; }
+                            } else if (ty < tz) { cy += sty; if ((uint32_t)cy >= sy) goto store; ty = wrap_add(ty, dty); index += iy; }
+                            else { cz += stz; if ((uint32_t)cz >= sz) goto store; tz = wrap_add(tz, dtz); index += iz; }
+                            if (bricks[(((uint32_t)cx >> 3) * bz + ((uint32_t)cz >> 3)) * by + ((uint32_t)cy >> 3)]) break;
+                        }
+                    }
+                    known = true;
+                    if (++steps >= limit) goto store;
+                }
+            }
+        store:
+            row[x0] = pixel;
+            for (int a = 0; a < 3; ++a) dir[a] = dir[a] + f.pixel_inc[a];
+        }
+        for (int a = 0; a < 3; ++a) line[a] = line[a] + f.line_inc[a];
+    }
+    show_image();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Work of one final image, counted by the same walk: rays cast, cells visited, cells walked
+// (visited and skipped) and rays that hit.
+struct Work {
+    uint64_t rays = 0, visits = 0, steps = 0, hits = 0;
+};
+static Work count_final_work()
+{
+    RayFrame f;
+    setup_ray_frame(f, ipos, ifor, iup, istr);
+    const GridView g = grid_view(voxels);
+    Work work;
+    float line[3] = {f.first[0], f.first[1], f.first[2]};
+    for (uint32_t y = 0; y < render_target.height; ++y) {
+        float dir[3] = {line[0], line[1], line[2]};
+        for (uint32_t x = 0; x < render_target.width; ++x) {
+            float entry[3];
+            const float* p = f.eye;
+            if (f.eye_inside || (p = entry, ray_box_entry(dir, f.eye, entry))) {
+                work.rays += 1;
+                RayWalk w;
+                start_walk(w, g, p, p, dir);
+                if (cell_inside(w, g) || enter_grid(w, g)) {
+                    bool hit = walk_ray<Form::final_pass, false>(w, g, [&](const RayWalk& w) {
+                        work.visits += 1;
+                        float a = opacity_lut[voxels[w.index] & 0xfff];
+                        return a >= 0.2f && a <= 1.0f;
+                    });
+                    work.hits += hit;
+                }
+                work.steps += w.steps + 1;
+            }
+            for (int a = 0; a < 3; ++a) dir[a] = dir[a] + f.pixel_inc[a];
+        }
+        for (int a = 0; a < 3; ++a) line[a] = line[a] + f.line_inc[a];
+    }
+    return work;
+}
+
+// The camera of the slice plane after a load: reset_slices and make_slice_basis put the eye
+// slice_zoom (256) voxels in front of the centre along the normal (1, 0, 0), looking along it,
+// with the image axes (0, .707, .707) and (0, -.707, .707). Used when the slices room is not
+// built yet and the load path leaves the start camera.
+static void slice_start_camera()
+{
+    const float a = 0.70710677f;
+    ipos[0] = (float)(vol_x / 2) - 256.0f, ipos[1] = (float)(vol_y / 2), ipos[2] = (float)(vol_z / 2);
+    ifor[0] = 1.0f, ifor[1] = 0.0f, ifor[2] = 0.0f;
+    iup[0] = 0.0f, iup[1] = -a, iup[2] = a;
+    istr[0] = 0.0f, istr[1] = a, istr[2] = a;
+}
+
+// Outside the volume, one diagonal from its centre, looking at the centre from an oblique
+// direction.
+static void outside_camera()
+{
+    float c[3] = {vol_x * 0.5f, vol_y * 0.5f, vol_z * 0.5f};
+    float d[3] = {0.8f, -0.45f, 0.4f};
+    normalize3(d);
+    for (int i = 0; i < 3; ++i) ipos[i] = c[i] - d[i] * vol_diag, ifor[i] = d[i];
+    float hint[3] = {0.0f, 0.0f, 1.0f};
+    // istr = hint x ifor, iup = ifor x istr: istr x iup = ifor.
+    istr[0] = hint[1] * ifor[2] - hint[2] * ifor[1];
+    istr[1] = hint[2] * ifor[0] - hint[0] * ifor[2];
+    istr[2] = hint[0] * ifor[1] - hint[1] * ifor[0];
+    normalize3(istr);
+    iup[0] = ifor[1] * istr[2] - ifor[2] * istr[1];
+    iup[1] = ifor[2] * istr[0] - ifor[0] * istr[2];
+    iup[2] = ifor[0] * istr[1] - ifor[1] * istr[0];
+    normalize3(iup);
+}
+
+static void bench_camera(const char* name)
+{
+    clamp_forward();
+    refresh = 0;
+    const size_t n = (size_t)render_target.width * render_target.height;
+    double preview = median_ms([] { render_cuberille_preview(&render_target, voxels, ipos, ifor, iup, istr); }, true);
+    double preview_min = last_min_ms;
+    uint32_t preview_hash = fnv1a(render_target.color, n);
+    double final_ms = median_ms([] { render_cuberille_final(&render_target, voxels, ipos, ifor, iup, istr); }, false);
+    double final_min = last_min_ms;
+    uint32_t final_hash = fnv1a(render_target.color, n);
+    double hand = median_ms([] { hand_cuberille_final(&render_target, voxels, ipos, ifor, iup, istr); }, false);
+    double hand_min = last_min_ms;
+    uint32_t hand_hash = fnv1a(render_target.color, n);
+    Work work = count_final_work();
+    printf("  %-22s preview %7.3f ms (min %7.3f)  [%08x]\n", name, preview, preview_min, preview_hash);
+    printf("  %-22s final   %7.3f ms (min %7.3f)  [%08x]\n", "", final_ms, final_min, final_hash);
+    printf("  %-22s hand    %7.3f ms (min %7.3f)  [%08x]  template/hand: median %.3f, min %.3f%s\n", "",
+           hand, hand_min, hand_hash, final_ms / hand, final_min / hand_min,
+           final_hash == hand_hash ? "" : "  IMAGES DIFFER");
+    printf("  %-22s final: %llu rays (%.1f%% hit), %.1f cells visited and %.1f walked a ray;"
+           " %.1f Mrays/s, %.1f Mcells/s walked\n",
+           "", (unsigned long long)work.rays, work.rays ? 100.0 * work.hits / work.rays : 0.0,
+           work.rays ? (double)work.visits / work.rays : 0.0,
+           work.rays ? (double)work.steps / work.rays : 0.0, work.rays / final_ms * 1e-3,
+           work.steps / final_ms * 1e-3);
+}
+
+static void bench_volume(const std::string& path)
+{
+    if (access(path.c_str(), R_OK) != 0) {
+        printf("%s: not found, skipped\n", path.c_str());
+        return;
+    }
+    // The load's own log lines go to stdout; keep them out of the figures.
+    fflush(stdout);
+    FILE* saved = stdout;
+    stdout = fopen("/dev/null", "w");
+    bool loaded = load_volume_file(path.c_str());
+    fclose(stdout);
+    stdout = saved;
+    if (!loaded) {
+        printf("%s: could not be loaded, skipped\n", path.c_str());
+        return;
+    }
+    printf("%s (%u x %u x %u grid, %u x %u x %u bricks)\n", path.c_str(), vol_x, vol_y, vol_z,
+           block_x, block_y, block_z);
+    // The load path's camera; if the slices room isn't there to place it, place it as it would.
+    if (ipos[0] == (float)(vol_x / 2) && ipos[1] == (float)(vol_y / 2) && ipos[2] == (float)(vol_z / 2)) {
+        printf("  (start view placed by the benchmark: reset_slices left the camera alone)\n");
+        slice_start_camera();
+    }
+    bench_camera("start view (load path)");
+    outside_camera();
+    bench_camera("outside, at the centre");
+}
+
+int main(int argc, char** argv)
+{
+    set_default_settings();
+    set_panel_defaults();
+    window_width = window_height = 512;
+    alloc_frame_buffers(512, 409, 409);
+    compute_view_constants();
+    set_start_camera();
+    render_mode = 0;
+    if (const char* runs = getenv("TAVOK_BENCH_RUNS")) {
+        RUNS = atoi(runs) > 0 ? atoi(runs) : 1;
+        WARMUP = 0;
+    }
+    printf("cuberille, %u x %u pixels, light model 0, median of %d runs after %d warm-up runs\n",
+           render_target.width, render_target.height, RUNS, WARMUP);
+
+    std::vector<std::string> paths;
+    for (int i = 1; i < argc; ++i) paths.push_back(argv[i]);
+    if (paths.empty()) {
+        paths.push_back(std::string(TAVOK_BUILD_DIR) + "/phantom.dat");
+        const char* names[] = {"ct-head-256x256x108.dat", "ct-headsq-64x64x93.dat",
+                               "ct-chest-128x128x66.dat", "mri-head-181x217x181.dat",
+                               "xct-soil-192x192x100.dat", "embryo-128x128x128.dat",
+                               "ct-stent-128x128x256.dat"};
+        if (access(TAVOK_SHARED_DATA, R_OK) != 0)
+            printf("%s is absent: the real volumes are skipped\n", TAVOK_SHARED_DATA);
+        else
+            for (const char* n : names) paths.push_back(std::string(TAVOK_SHARED_DATA) + "/" + n);
+    }
+    for (const std::string& p : paths) bench_volume(p);
+    return 0;
+}

@@ -1,0 +1,146 @@
+// cuberille.cpp — render mode 0, cuberille first hit: a ray stops at the first voxel whose
+// opacity lies in 0.2 .. 1.0 and the pixel takes that voxel's transfer-function colour, shaded
+// in three tones by the face the ray came in through (light model 1) or replaced by the voxel's
+// occlusion grey (light model 2). No interpolation, no gradients.
+//
+// Called by the frame loop's dispatch (and by render to file). Reads voxels, block_map, the
+// lookup tables, light_model and max_ray_steps; writes only the RenderTarget, then shows it.
+#include <cstdint>
+
+#include "core/core.h"
+#include "raycast/raycast.h"
+#include "raycast/walk.h"
+#include "transfer/transfer.h"
+#include "volume/volume.h"
+
+// The voxel of density d stops a cuberille ray: a fixed band, so that colour alone never
+// makes a voxel visible.
+TAVOK_INLINE bool cuberille_hit(const float* opacity, uint32_t d)
+{
+    const float a = opacity[d];
+    return a >= 0.2f && a <= 1.0f;
+}
+
+template <int model>
+TAVOK_INLINE uint32_t cuberille_color(const uint32_t* colors, uint32_t word, int8_t entry_face)
+{
+    if (model == 2) return ((word >> 16) & 0xff) * 0x010101u;
+    const uint32_t c = colors[word & density_mask];
+    if (model == 0 || entry_face == 1) return c;
+    if (entry_face == 2) return lighten(c);
+    return darken(c);  // z faces and the first cell of a ray, entered through no plane
+}
+
+// ---------------------------------------------------------------------------------------------
+// Preview: the lattice of walk.h with the cuberille step. L = 8; tolerances T/8, T/4, T.
+template <int model>
+static void cuberille_preview(RenderTarget* target, uint32_t* voxels, const RayFrame& f)
+{
+    const GridView g = grid_view(voxels);
+    const float* const opacity = opacity_lut;
+    const uint32_t* const colors = color_lut;
+    uint32_t* const color = target->color;
+    uint32_t* const depth = target->depth;
+    uint8_t* const mask = target->mask;
+    const uint32_t T = refine_tolerance;
+    LatticeRules rules = {lattice_step, preview_limit_cuberille, {T / 8, T / 4, T}, false};
+
+    auto cast = [&](uint32_t i, const float* dir, uint32_t start_depth) {
+        float p[3], cell_point[3];
+        if (!preview_ray_start(f, dir, start_depth, p, cell_point)) {
+            mask[i] = 2, color[i] = 0, depth[i] = no_depth;
+            return;
+        }
+        RayWalk w;
+        start_walk(w, g, p, cell_point, dir);
+        // A first cell outside the grid casts nothing: the pixel keeps what it has.
+        if (!cell_inside(w, g)) return;
+        w.cross_t = trunc_i32((float)start_depth * 0.9f);
+        walk_ray<Form::preview, true>(w, g, [&](const RayWalk& w) {
+            const uint32_t word = g.voxels[w.index];
+            if (!cuberille_hit(opacity, word & density_mask)) return false;
+            color[i] = cuberille_color<model>(colors, word, w.entry_face);
+            mask[i] = 1;
+            depth[i] = (uint32_t)w.cross_t;
+            return true;
+        });
+        // A black hit counts as a miss.
+        if (color[i] == 0) depth[i] = no_depth, mask[i] = 1;
+    };
+    auto clear = [&](uint32_t i) { color[i] = 0, depth[i] = no_depth; };
+    run_preview_lattice(target, f, rules, cast, clear);
+}
+
+void render_cuberille_preview(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
+                              float* iup, float* istr)
+{
+    lattice_step = 8;
+    RayFrame f;
+    setup_ray_frame(f, ipos, ifor, iup, istr);
+    switch (light_model) {
+    case 1: cuberille_preview<1>(target, voxels, f); break;
+    case 2: cuberille_preview<2>(target, voxels, f); break;
+    default: cuberille_preview<0>(target, voxels, f); break;
+    }
+    show_image();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Final: one ray per pixel, line by line, polling the user on odd lines. The light model is
+// chosen per line, the grid and tables are taken afresh after each poll.
+template <int model>
+static void cuberille_final_line(uint32_t* row, uint32_t width, const GridView& g, const RayFrame& f,
+                                 const float* line_dir)
+{
+    const float* const opacity = opacity_lut;
+    const uint32_t* const colors = color_lut;
+    const uint32_t* const vox = g.voxels;
+    float dir[3] = {line_dir[0], line_dir[1], line_dir[2]};
+    float entry[3];
+    for (uint32_t x = 0; x < width; ++x) {
+        uint32_t pixel = 0;
+        const float* p = f.eye;
+        if (f.eye_inside || (p = entry, ray_box_entry(dir, f.eye, entry))) {
+            RayWalk w;
+            start_walk(w, g, p, p, dir);
+            if (cell_inside(w, g) || enter_grid(w, g)) {
+                walk_ray<Form::final_pass, false>(w, g, [&](const RayWalk& w) {
+                    const uint32_t word = vox[w.index];
+                    if (!cuberille_hit(opacity, word & density_mask)) return false;
+                    pixel = cuberille_color<model>(colors, word, w.entry_face);
+                    return true;
+                });
+            }
+        }
+        row[x] = pixel;
+        for (int a = 0; a < 3; ++a) dir[a] = dir[a] + f.pixel_inc[a];
+    }
+}
+
+void render_cuberille_final(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
+                            float* iup, float* istr)
+{
+    RayFrame f;
+    setup_ray_frame(f, ipos, ifor, iup, istr);
+    const uint32_t width = target->width, height = target->height;
+    float dir[3] = {f.first[0], f.first[1], f.first[2]};
+    GridView g = grid_view(voxels);
+    for (uint32_t y = 0; y < height; ++y) {
+        if (y & 1) {
+            if (odd_line_interrupted(target, y)) {
+                render_cuberille_preview(target, voxels, ipos, ifor, iup, istr);
+                show_image();
+                return;
+            }
+            g = grid_view(voxels);
+        }
+        uint32_t* row = target->color + (size_t)y * width;
+        switch (light_model) {
+        case 1: cuberille_final_line<1>(row, width, g, f, dir); break;
+        case 2: cuberille_final_line<2>(row, width, g, f, dir); break;
+        default: cuberille_final_line<0>(row, width, g, f, dir); break;
+        }
+        for (int a = 0; a < 3; ++a) dir[a] = dir[a] + f.line_inc[a];
+    }
+    show_image();
+}

@@ -1,0 +1,102 @@
+// blockmap.cpp — build_block_map: one cell per 8 x 8 x 8 brick, 1 when any voxel of the brick
+// has a density above 0, so that the ray walks can jump over empty space; and beside it
+// block_empty_radius, how far the empty space around each brick reaches, so that they can
+// jump over many bricks at once. Called by the load path, blur and cut after densities
+// change. Owns block_map, block_empty_radius and block_x/y/z; reads only the density bits of
+// voxels.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/core.h"
+#include "volume/volume.h"
+
+uint8_t* block_empty_radius = nullptr;
+
+// Chessboard distance from every brick to the nearest solid brick, by the two-pass chamfer
+// over the 26 neighbours (exact for this metric): forward in memory order from the 13
+// neighbours before a brick, backward from the 13 after it. Solid bricks are 0; bricks
+// outside the map count as empty; distances stop growing at 255, which only understates
+// them. A brick at distance d is the centre of an empty cube of radius d - 1 (in bricks), and
+// an empty brick has d >= 1.
+static void build_empty_radius()
+{
+    const int nx = (int)block_x, ny = (int)block_y, nz = (int)block_z;
+    uint8_t* d = block_empty_radius;
+    const size_t cells = (size_t)block_x * block_y * block_z;
+    for (size_t i = 0; i < cells; ++i) d[i] = block_map[i] ? 0 : 255;
+    auto at = [&](int x, int y, int z) -> size_t { return ((size_t)x * nz + z) * ny + y; };
+    auto pass = [&](int sign) {
+        const int x0 = sign > 0 ? 0 : nx - 1, z0 = sign > 0 ? 0 : nz - 1, y0 = sign > 0 ? 0 : ny - 1;
+        for (int x = x0; x >= 0 && x < nx; x += sign)
+            for (int z = z0; z >= 0 && z < nz; z += sign)
+                for (int y = y0; y >= 0 && y < ny; y += sign) {
+                    uint8_t& here = d[at(x, y, z)];
+                    if (here == 0) continue;
+                    int best = here;
+                    // The neighbours that come earlier in this pass's order: (dx, dz, dy) before
+                    // (0, 0, 0) in lexicographic order, taken against the pass's direction.
+                    for (int ddx = -1; ddx <= 0; ++ddx)
+                        for (int ddz = -1; ddz <= 1; ++ddz)
+                            for (int ddy = -1; ddy <= 1; ++ddy) {
+                                if (ddx == 0 && (ddz > 0 || (ddz == 0 && ddy >= 0))) continue;
+                                int xx = x + sign * ddx, zz = z + sign * ddz, yy = y + sign * ddy;
+                                if (xx < 0 || xx >= nx || zz < 0 || zz >= nz || yy < 0 || yy >= ny) continue;
+                                int v = d[at(xx, yy, zz)] + 1;
+                                if (v < best) best = v;
+                            }
+                    here = (uint8_t)best;
+                }
+    };
+    pass(1);
+    pass(-1);
+    // Store the radius of the empty cube, d - 1; solid bricks keep 0 and are told apart by
+    // block_map.
+    for (size_t i = 0; i < cells; ++i)
+        if (d[i]) d[i] -= 1;
+}
+
+void build_block_map()
+{
+    block_x = vol_x / 8 + (vol_x % 8 ? 1 : 0);
+    block_y = vol_y / 8 + (vol_y % 8 ? 1 : 0);
+    block_z = vol_z / 8 + (vol_z % 8 ? 1 : 0);
+    printf("%d,%d,%d vs. %d,%d,%d\n", vol_x, vol_y, vol_z, block_x, block_y, block_z);
+
+    // The radii live in the same allocation, after the words, so that whoever frees block_map
+    // frees them too.
+    free(block_map);
+    block_map = nullptr;
+    block_empty_radius = nullptr;
+    size_t cells = (size_t)block_x * block_y * block_z;
+    block_map = (uint32_t*)malloc(cells * 5 + 4);
+    if (!block_map) clean_up_and_exit(0, "MIP: out of mem!");
+    memset(block_map, 0, cells * 4);
+    block_empty_radius = (uint8_t*)(block_map + cells);
+
+    // Densities are never negative, so a brick's density sum is 0 exactly when every density
+    // in it is 0: marking the brick of each non-zero voxel gives the same map as summing, and
+    // lets the grid be read once in memory order. A partial brick at the high end of an axis
+    // sees only the voxels inside the grid.
+    const uint32_t* const v = voxels;
+    for (uint32_t x = 0; x < vol_x; ++x)
+        for (uint32_t z = 0; z < vol_z; ++z) {
+            const uint32_t* row = v + ((size_t)x * vol_z + z) * vol_y;
+            uint32_t* cell = block_map + ((size_t)(x >> 3) * block_z + (z >> 3)) * block_y;
+            for (uint32_t y = 0; y < vol_y; ++y)
+                if (row[y] & density_mask) cell[y >> 3] = 1;
+        }
+
+    build_empty_radius();
+
+    int air = 0, solid = 0;
+    for (size_t i = 0; i < cells; ++i) (block_map[i] ? solid : air) += 1;
+    // The counts are of bricks, whatever the words say. With no brick at all the percentage
+    // is 0 rather than 0 / 0.
+    double percentage = air + solid ? solid * 100.0 / (air + solid) : 0.0;
+    printf("the mipmap contains %d air and %d solid voxels\n\t(solid voxel percentage=%f%%)\n", air,
+           solid, percentage);
+    printf("mem usage: full-detail=%d KB, mipmap=%d KB\n",
+           (int)((uint64_t)vol_x * vol_y * 4 * vol_z >> 10),
+           (int)((uint64_t)block_x * block_y * 4 * block_z >> 10));
+}
