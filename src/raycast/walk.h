@@ -16,9 +16,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#if defined(__SSE__)
-#include <xmmintrin.h>
-#endif
 
 #include "core/core.h"
 #include "volume/volume.h"
@@ -31,8 +28,12 @@
 // behaviour: the set-up of a ray with a tiny negative direction component relies on it.
 TAVOK_INLINE int32_t trunc_i32(float f)
 {
-#if defined(__SSE__)
-    return _mm_cvtt_ss2si(_mm_set_ss(f));
+#if defined(__x86_64__) || defined(__i386__)
+    // The instruction itself: the compiler folds a conversion of a known constant with
+    // saturation, which would make a constant ray differ from a computed one.
+    int32_t r;
+    asm("cvttss2si %1, %0" : "=r"(r) : "x"(f));
+    return r;
 #else
     if (!(f > -2147483904.0f && f < 2147483648.0f)) return INT32_MIN;
     return (int32_t)f;
