@@ -61,7 +61,44 @@ void setup_ray_frame(RayFrame& f, const float* ipos, const float* ifor, const fl
 // nearest candidate wins, an equal distance keeps the earlier axis. For a negative direction
 // component the point lies on the plane of the last cell (size - 1) while the distance is
 // measured to the plane one beyond it. False: the ray never enters. The face is not told.
-bool ray_box_entry(const float* direction, const float* eye, float* out_point);
+// Inline: it runs once for every ray that starts outside the box.
+TAVOK_INLINE bool ray_box_entry(const float* direction, const float* eye, float* out_point)
+{
+    const float size[3] = {(float)vol_x, (float)vol_y, (float)vol_z};
+    // 4194304 stands for infinity: a candidate that far away is no entry.
+    float best = 4194304.0f;
+    for (int a = 0; a < 3; ++a) {
+        const int b = a == 0 ? 1 : 0, c = a == 2 ? 1 : 2;
+        float t, plane, term;
+        if (direction[a] < 0.0f) {
+            if (eye[a] < size[a]) continue;
+            // Aims at the plane of the last cell, while the distance term takes the plane one
+            // beyond it.
+            t = ((size[a] - eye[a]) - 1.0f) / direction[a];
+            plane = size[a] - 1.0f;
+            term = eye[a] - size[a];
+        } else {
+            if (eye[a] >= 0.0f) continue;
+            t = -eye[a] / direction[a];
+            plane = 0.0f;
+            term = eye[a];
+        }
+        const float pb = t * direction[b] + eye[b];
+        const float pc = t * direction[c] + eye[c];
+        // NaN from a zero component fails these tests too.
+        if (!(0.0f <= pb && pb <= size[b] && 0.0f <= pc && pc <= size[c])) continue;
+        const float db = eye[b] - pb, dc = eye[c] - pc;
+        const float distance = sqrtf(term * term + db * db + dc * dc);
+        if (distance < best) {
+            out_point[a] = plane;
+            out_point[b] = pb;
+            out_point[c] = pc;
+            best = distance;
+        }
+    }
+    return best != 4194304.0f;
+}
+
 
 // ---------------------------------------------------------------------------------------------
 // What the walk reads of the grid, hoisted into const locals of the pass so that nothing in
@@ -231,8 +268,10 @@ TAVOK_INLINE bool guarded_step(RayWalk& w, const GridView& g, bool& crossed)
 // form does not hold. Only coordinates and t move per step; since every step moves one
 // coordinate by one, steps, index, entry_face and cross_t are set once at the end, to the
 // values that stepping them one by one gives.
+// It takes and returns the walk by value, so that the walk of the common path, whose address
+// is never taken, can live in registers.
 template <bool keep_cross_t>
-[[gnu::noinline]] void run_through_brick_by_steps(RayWalk& w)
+[[gnu::noinline]] RayWalk run_through_brick_by_steps(RayWalk w)
 {
     int32_t x = w.x, y = w.y, z = w.z, tx = w.t_x, ty = w.t_y, tz = w.t_z;
     const int32_t sx = w.step_x, sy = w.step_y, sz = w.step_z;
@@ -261,6 +300,7 @@ template <bool keep_cross_t>
         w.cross_t = face == 1 ? wrap_add(tx, -dx) : face == 2 ? wrap_add(ty, -dy) : wrap_add(tz, -dz);
     w.x = x, w.y = y, w.z = z, w.t_x = tx, w.t_y = ty, w.t_z = tz;
     w.entry_face = face;
+    return w;
 }
 
 // How many steps an axis whose next step is at t, with increment dt > 0, takes at t values up
@@ -317,7 +357,7 @@ TAVOK_INLINE void run_through_empty(RayWalk& w, int32_t r)
     // After the run every t is at most e + its dt: no t wraps when that stays in range.
     const int64_t dmax = dx > dy ? (dx > dz ? dx : dz) : (dy > dz ? dy : dz);
     if (((dx <= 0) | (dy <= 0) | (dz <= 0)) || e + dmax > INT32_MAX) {
-        run_through_brick_by_steps<keep_cross_t>(w);
+        w = run_through_brick_by_steps<keep_cross_t>(w);
         return;
     }
     const int64_t kx = steps_up_to(e - (leaving > 0), tx, dx, w.inverse_dt_x);
