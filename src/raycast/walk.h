@@ -7,11 +7,21 @@
 // the walk reads the grid through a GridView of const locals, and the lattice writes only the
 // RenderTarget it is given and whatever the pass's own per-ray step writes.
 //
-// How a pass uses it, in short:
-//   RayFrame f;  setup_ray_frame(f, ipos, ifor, iup, istr);
-//   GridView g = grid_view(voxels);                       // once per pass or per polled line
-//   per pixel: RayWalk w; ray_start(...) / start_walk(w, g, p, p, dir);
-//              walk_ray<Form::final, false>(w, g, [&](const RayWalk& w) { ...; return hit; });
+// How a pass uses it (cuberille.cpp is the model):
+//   RayFrame f;  setup_ray_frame(f, ipos, ifor, iup, istr);      // once per pass
+//   GridView g = grid_view(voxels);           // per pass, and again after each polled line
+//   A final, per pixel, with dir accumulated from f.first by f.pixel_inc and f.line_inc:
+//     p = f.eye if f.eye_inside, else ray_box_entry(dir, f.eye, entry) (false: a miss);
+//     RayWalk w;  start_walk(w, g, p, p, dir);
+//     if (cell_inside(w, g) || enter_grid(w, g))
+//         walk_ray<Form::final_pass, keep_cross_t>(w, g, [&](const RayWalk& w) {
+//             ... read g.voxels[w.index], w.entry_face, w.cross_t ...; return hit; });
+//     At the start of each odd line: if (odd_line_interrupted(target, y)) { preview; show;
+//     return; }
+//   A preview: set lattice_step, fill a LatticeRules, and hand run_preview_lattice a cast
+//   step (preview_ray_start, start_walk from the shifted cell point, the first-cell test,
+//   cross_t = trunc(start_depth * 0.9), walk_ray<Form::preview, true>, the store rules) and
+//   a clear step for all-miss cells.
 #pragma once
 #include <cmath>
 #include <cstdint>
@@ -43,6 +53,7 @@ TAVOK_INLINE int32_t trunc_i32(float f)
 // Signed 32-bit addition that wraps as the processor's does; t values of rays with huge dt
 // may pass the int range, and their wrap-around is part of how such a ray walks.
 TAVOK_INLINE int32_t wrap_add(int32_t a, int32_t b) { return (int32_t)((uint32_t)a + (uint32_t)b); }
+TAVOK_INLINE int32_t wrap_sub(int32_t a, int32_t b) { return (int32_t)((uint32_t)a - (uint32_t)b); }
 
 // ---------------------------------------------------------------------------------------------
 // Frame set-up, once per pass. The image plane stands one ifor ahead of the eye; the short
@@ -98,7 +109,6 @@ TAVOK_INLINE bool ray_box_entry(const float* direction, const float* eye, float*
     }
     return best != 4194304.0f;
 }
-
 
 // ---------------------------------------------------------------------------------------------
 // What the walk reads of the grid, hoisted into const locals of the pass so that nothing in
@@ -297,7 +307,7 @@ template <bool keep_cross_t>
     w.steps += (uint32_t)(nx + ny + nz);
     w.index += nx * w.stride_x + ny * w.stride_y + nz * w.stride_z;
     if (keep_cross_t)
-        w.cross_t = face == 1 ? wrap_add(tx, -dx) : face == 2 ? wrap_add(ty, -dy) : wrap_add(tz, -dz);
+        w.cross_t = face == 1 ? wrap_sub(tx, dx) : face == 2 ? wrap_sub(ty, dy) : wrap_sub(tz, dz);
     w.x = x, w.y = y, w.z = z, w.t_x = tx, w.t_y = ty, w.t_z = tz;
     w.entry_face = face;
     return w;
