@@ -148,7 +148,9 @@ struct RayWalk {
     int8_t entry_face; // axis of the last crossing, 1 x, 2 y, 3 z; -1 before the first step
     uint32_t steps;    // steps counted against max_ray_steps
     float dir[3];      // the ray's direction after the sign rule raised small components
-    // 1 / dt, raised by 2^-20, for computing runs through empty space (run_through_empty).
+    // 1 / dt, raised by 2^-20, for computing runs through empty space (run_through_empty);
+    // taken at the ray's first run only, as many rays of a preview never meet empty space.
+    bool have_inverse_dt;
     float inverse_dt_x, inverse_dt_y, inverse_dt_z;
 };
 
@@ -184,9 +186,7 @@ TAVOK_INLINE void start_walk(RayWalk& w, const GridView& g, const float* p, cons
     w.step_x = step[0], w.step_y = step[1], w.step_z = step[2];
     w.t_x = t[0], w.t_y = t[1], w.t_z = t[2];
     w.dt_x = dt[0], w.dt_y = dt[1], w.dt_z = dt[2];
-    w.inverse_dt_x = 1.00000095f / (float)dt[0];  // 1 + 2^-20
-    w.inverse_dt_y = 1.00000095f / (float)dt[1];
-    w.inverse_dt_z = 1.00000095f / (float)dt[2];
+    w.have_inverse_dt = false;
     w.stride_x = step[0] > 0 ? g.stride_x : -g.stride_x;
     w.stride_y = step[1] > 0 ? g.stride_y : -g.stride_y;
     w.stride_z = step[2] > 0 ? g.stride_z : -g.stride_z;
@@ -369,6 +369,12 @@ TAVOK_INLINE void run_through_empty(RayWalk& w, int32_t r)
     if (((dx <= 0) | (dy <= 0) | (dz <= 0)) || e + dmax > INT32_MAX) {
         w = run_through_brick_by_steps<keep_cross_t>(w);
         return;
+    }
+    if (!w.have_inverse_dt) {
+        w.inverse_dt_x = 1.00000095f / (float)dx;  // 1 + 2^-20
+        w.inverse_dt_y = 1.00000095f / (float)dy;
+        w.inverse_dt_z = 1.00000095f / (float)dz;
+        w.have_inverse_dt = true;
     }
     const int64_t kx = steps_up_to(e - (leaving > 0), tx, dx, w.inverse_dt_x);
     const int64_t ky = steps_up_to(e - (leaving > 1), ty, dy, w.inverse_dt_y);
