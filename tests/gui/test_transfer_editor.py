@@ -66,6 +66,8 @@ def strip_pixel(shot, x, row):
 
 with Tavok(opts, [ramp]) as t:
     check(t.wait_out(r"^transferfunc surface is 512 x 103$") is not None, "the strip is 512 x 103")
+    # Without a window manager both windows open at the top left: the panel goes aside.
+    xdotool("windowmove", "--sync", t.panel_window(), 600, 0)
     t.settle(1.0)
     first = t.screenshot()
 
