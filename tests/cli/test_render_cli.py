@@ -1,0 +1,394 @@
+"""test_render_cli.py — tavok-render from the outside: images of the asked size in every mode
+this build renders, preview against final, --set, option order, the camera options, --time and
+--bench output, and every error path (status 2, one message, no file).
+
+    python3 test_render_cli.py --render build/tavok-render --build build
+
+Needs no display. Volumes: small hand-made .dat files whose pictures are known in advance, and
+the phantom head written by make-phantom (skipped with a message when that tool is missing).
+Standard library only.
+"""
+import argparse
+import os
+import re
+import struct
+import subprocess
+import sys
+import tempfile
+import zlib
+
+failures = []
+
+
+def check(condition, what):
+    print(("ok   " if condition else "FAIL ") + what, flush=True)
+    if not condition:
+        failures.append(what)
+    return condition
+
+
+def run(args, timeout=120):
+    p = subprocess.run([RENDER] + args, capture_output=True, text=True, timeout=timeout)
+    return p.returncode, p.stdout, p.stderr
+
+
+def read_png(path):
+    """(width, height, rows of 0xRRGGBBAA) by chunks, zlib and the filter bytes."""
+    data = open(path, "rb").read()
+    assert data[:8] == b"\x89PNG\r\n\x1a\n", "signature"
+    at, idat, width, height = 8, b"", 0, 0
+    while at < len(data):
+        length, kind = struct.unpack(">I4s", data[at:at + 8])
+        body = data[at + 8:at + 8 + length]
+        crc = struct.unpack(">I", data[at + 8 + length:at + 12 + length])[0]
+        assert zlib.crc32(kind + body) == crc, "crc of " + kind.decode()
+        if kind == b"IHDR":
+            width, height = struct.unpack(">II", body[:8])
+        elif kind == b"IDAT":
+            idat += body
+        at += 12 + length
+    raw = zlib.decompress(idat)
+    rows, stride = [], 4 * width + 1
+    for y in range(height):
+        line = raw[y * stride:(y + 1) * stride]
+        assert line[0] == 0, "filter byte"
+        rows.append(list(struct.unpack(">%dI" % width, line[1:])))
+    return width, height, rows
+
+
+def write_dat(path, X, Y, Z, f):
+    """A .dat volume with sample f(x, y, z), x fastest."""
+    samples = [f(x, y, z) for z in range(Z) for y in range(Y) for x in range(X)]
+    with open(path, "wb") as out:
+        out.write(struct.pack("<3H", X, Y, Z))
+        out.write(struct.pack("<%dH" % len(samples), *samples))
+    return path
+
+
+def expect_error(args, message, what):
+    """Status 2, the message on standard error, no output file."""
+    out = os.path.join(TMP, "error.png")
+    if os.path.exists(out):
+        os.remove(out)
+    status, _, err = run(args + (["-o", out] if "-o" not in args else []))
+    ok = check(status == 2, "%s: exit status 2 (got %d)" % (what, status))
+    ok &= check(message in err, "%s: says %r (got %r)" % (what, message, err.strip()[:200]))
+    ok &= check(not os.path.exists(out), "%s: no file written" % what)
+    check(len(err.strip().splitlines()) == 1, "%s: one line of message" % what)
+    return ok
+
+
+MODES = ["slices", "cuberille", "firsthit", "mip", "avg", "rbs", "ics"]
+
+
+def available_modes(volume):
+    """The modes of this build: the others refuse with 'not available yet' and write nothing."""
+    found = []
+    for mode in MODES:
+        out = os.path.join(TMP, "probe.png")
+        status, _, err = run([volume, "--mode", mode, "--size", "8x8", "-o", out])
+        if status == 0:
+            found.append(mode)
+        else:
+            check(status == 2 and "not available yet" in err and not os.path.exists(out),
+                  "mode %s is refused cleanly while it is not built" % mode)
+    return found
+
+
+def test_sizes_and_modes(volume, modes):
+    for mode in modes:
+        for w, h in [(97, 61), (13, 29)]:
+            out = os.path.join(TMP, "%s-%dx%d.png" % (mode, w, h))
+            status, _, err = run([volume, "--mode", mode, "--size", "%dx%d" % (w, h), "-o", out])
+            check(status == 0, "%s %dx%d: status 0 (%s)" % (mode, w, h, err.strip()[:200]))
+            if not os.path.exists(out):
+                check(False, "%s %dx%d: file written" % (mode, w, h))
+                continue
+            pw, ph, rows = read_png(out)
+            check((pw, ph) == (w, h), "%s %dx%d: PNG is %dx%d" % (mode, w, h, pw, ph))
+            check(os.path.getsize(out) == 63 + h * (4 * w + 6), "%s: file size" % mode)
+            check(all(p & 0xff == 0xff for row in rows for p in row), "%s: alpha 255" % mode)
+    out = os.path.join(TMP, "default-size.png")
+    status, _, _ = run([volume, "--mode", modes[0], "-o", out])
+    if check(status == 0, "default size renders"):
+        w, h, _ = read_png(out)
+        check((w, h) == (1024, 1024), "default size is 1024x1024 (got %dx%d)" % (w, h))
+
+
+def lit_pixels(rows):
+    return [p >> 8 for row in rows for p in row if p >> 8]
+
+
+def test_block_volume(modes):
+    """A 13 x 11 x 9 block of density 4095 in a .dat volume (margin of 2 around it, so the grid
+    is 17 x 15 x 13). In cuberille with the eye outside looking at the centre, every ray that
+    meets the block stops at its first voxel: opacity 1.0, colour_lut 0xffffff; rays that miss
+    stay black. So the image is white where the block is and black elsewhere."""
+    if "cuberille" not in modes:
+        print("skipped: block volume (cuberille not built yet)")
+        return
+    vol = write_dat(os.path.join(TMP, "block.dat"), 13, 11, 9, lambda x, y, z: 4095)
+    out = os.path.join(TMP, "block.png")
+    # Grid centre (8.5, 7.5, 6.5); the eye 40 voxels in front of it along -z, looking at it.
+    status, _, err = run([vol, "--size", "41x31", "--eye", "8.5,7.5,-40",
+                          "--look-at", "8.5,7.5,6.5", "--up", "0,1,0", "-o", out])
+    if not check(status == 0, "block volume renders (%s)" % err.strip()[:200]):
+        return
+    w, h, rows = read_png(out)
+    check(rows[h // 2][w // 2] == 0xffffffff, "block: centre pixel white (0x%08x)" % rows[h // 2][w // 2])
+    check(rows[0][0] == 0x000000ff, "block: corner pixel black (0x%08x)" % rows[0][0])
+    colours = set(p for row in rows for p in row)
+    check(colours <= {0xffffffff, 0x000000ff}, "block: only white and black (%d colours)" % len(colours))
+    # Looking away from the block nothing is hit.
+    status, _, _ = run([vol, "--size", "41x31", "--eye", "8.5,7.5,-40",
+                        "--forward", "0,0,-1", "--up", "0,1,0", "-o", out])
+    if check(status == 0, "block, looking away, renders"):
+        _, _, rows = read_png(out)
+        check(not lit_pixels(rows), "block, looking away: all black")
+    # With light_model 2 the hit colour is the occlusion byte, which a load fills with 0x80.
+    status, _, _ = run([vol, "--size", "41x31", "--eye", "8.5,7.5,-40", "--look-at", "8.5,7.5,6.5",
+                        "--set", "light_model=2", "-o", out])
+    if check(status == 0, "block with light_model=2 renders"):
+        _, _, rows = read_png(out)
+        colours = set(p for row in rows for p in row)
+        check(colours == {0x808080ff, 0x000000ff}, "--set light_model=2: grey 0x808080 where white was")
+
+
+def test_preview_against_final(volume, modes):
+    for mode in modes:
+        a, b = os.path.join(TMP, "final.png"), os.path.join(TMP, "preview.png")
+        common = [volume, "--mode", mode, "--size", "160x128"]
+        s1, _, _ = run(common + ["-o", a])
+        s2, _, _ = run(common + ["--preview", "-o", b])
+        if not check(s1 == 0 and s2 == 0, "%s: final and preview render" % mode):
+            continue
+        same = open(a, "rb").read() == open(b, "rb").read()
+        if mode == "slices":
+            check(same, "slices: --preview gives the same image (one pass only)")
+        else:
+            check(not same, "%s: --preview differs from the final image" % mode)
+
+
+def test_set(volume, modes):
+    mode = "cuberille" if "cuberille" in modes else modes[0]
+    base = [volume, "--mode", mode, "--size", "64x48"]
+    a, b = os.path.join(TMP, "set-a.png"), os.path.join(TMP, "set-b.png")
+    run(base + ["-o", a])
+    # render_mode through --set reaches the same image as --mode.
+    code = {"slices": 12, "cuberille": 0, "firsthit": 2, "mip": 4, "avg": 6, "rbs": 8, "ics": 10}
+    for m in modes:
+        run([volume, "--mode", m, "--size", "64x48", "-o", a])
+        status, _, _ = run([volume, "--set", "render_mode=%d" % code[m], "--size", "64x48", "-o", b])
+        check(status == 0 and open(a, "rb").read() == open(b, "rb").read(),
+              "--set render_mode=%d gives the image of --mode %s" % (code[m], m))
+    if mode == "cuberille":
+        run(base + ["-o", a])
+        status, _, _ = run(base + ["--set", "light_model=1", "-o", b])
+        check(status == 0 and open(a, "rb").read() != open(b, "rb").read(),
+              "--set light_model=1 changes the cuberille image")
+        status, _, _ = run(base + ["--set", "max_ray_steps=1", "-o", b])
+        if check(status == 0, "--set max_ray_steps=1 renders"):
+            _, _, rows = read_png(b)
+            check(not lit_pixels(rows), "--set max_ray_steps=1: rays end before the head")
+        # Vector, element and colour syntax are accepted.
+        for s in ["light_dir=0,0,-1", "light_dir[1]=0.5", "surface_on[3]=1", "edge_color=ff8800",
+                  "edge_color=#00ff00", "refine_tolerance=255", "sample_stepsize=0.25"]:
+            status, _, err = run(base + ["--set", s, "-o", b])
+            check(status == 0, "--set %s is accepted (%s)" % (s, err.strip()[:120]))
+    for s, what in [("no_such_setting=1", "unknown setting"), ("light_dirx=1", "unknown setting"),
+                    ("max_ray_steps=-1", "bad value"), ("max_ray_steps=1.5", "bad value"),
+                    ("refine_tolerance=256", "bad value"), ("light_model=", "bad value"),
+                    ("light_dir=1,2", "bad value"), ("edge_color=1234567", "bad value"),
+                    ("edge_color=zz", "bad value"), ("surface_on=1", "one element at a time"),
+                    ("surface_on[4]=1", "bad index"), ("render_mode[0]=1", "has no element"),
+                    ("light_ambient=nan", "bad value"), ("max_ray_steps", "NAME=VALUE")]:
+        ok = expect_error(base + ["--set", s], what, "--set %s" % s)
+        if ok and what != "NAME=VALUE":
+            _, _, err = run(base + ["--set", s, "-o", b])
+            check("valid names:" in err and "light_dir=X,Y,Z" in err and "surface_on[0-3]" in err,
+                  "--set %s: the message lists the valid names" % s)
+
+
+def test_option_order(volume, modes):
+    mode = "cuberille" if "cuberille" in modes else modes[0]
+    a, b, c = (os.path.join(TMP, n) for n in ("order-a.png", "order-b.png", "order-c.png"))
+    opts = [["--mode", mode], ["--size", "71x53"], ["--set", "light_model=1"],
+            ["--set", "refine_tolerance=4"], ["--eye", "30,40,50"], ["--look-at", "60,64,50"],
+            ["--up", "0,0,1"], ["--interp", "bilinear"]]
+    flat = lambda groups: [x for g in groups for x in g]
+    s1, _, e1 = run([volume, "-o", a] + flat(opts))
+    s2, _, e2 = run(flat(reversed(opts)) + ["-o", b, volume])
+    s3, _, e3 = run(flat(opts[3:]) + [volume] + flat(opts[:3]) + ["--output=" + c])
+    if check(s1 == 0 and s2 == 0 and s3 == 0, "three orders render (%s)" % (e1 + e2 + e3).strip()[:200]):
+        da, db, dc = (open(p, "rb").read() for p in (a, b, c))
+        check(da == db == dc, "options in any order give the same file")
+
+
+def test_camera(volume, modes):
+    mode = "cuberille" if "cuberille" in modes else None
+    if not mode:
+        print("skipped: camera options (cuberille not built yet)")
+        return
+    a, b = os.path.join(TMP, "cam-a.png"), os.path.join(TMP, "cam-b.png")
+    base = [volume, "--size", "64x48"]
+    # --look-at P from E is --forward P - E (integers, so the difference is exact).
+    run(base + ["--eye", "-40,30,20", "--look-at", "30,32,25", "-o", a])
+    run(base + ["--eye", "-40,30,20", "--forward", "70,2,5", "-o", b])
+    check(open(a, "rb").read() == open(b, "rb").read(), "--look-at equals --forward toward the point")
+    # The frame is rebuilt from normalised vectors: a longer forward is the same view.
+    run(base + ["--eye", "-40,30,20", "--forward", "140,4,10", "-o", b])
+    check(open(a, "rb").read() == open(b, "rb").read(), "--forward is normalised")
+    # With no camera option the default view is the one after loading; --eye alone moves.
+    run(base + ["-o", a])
+    run(base + ["--eye", "-200,-200,-200", "-o", b])
+    check(open(a, "rb").read() != open(b, "rb").read(), "--eye alone moves the eye")
+    # Flipping up turns the image upside down (same eye and direction).
+    run(base + ["--eye", "-60,64,40", "--forward", "1,0,0", "--up", "0,0,1", "-o", a])
+    run(base + ["--eye", "-60,64,40", "--forward", "1,0,0", "--up", "0,0,-1", "-o", b])
+    _, _, ra = read_png(a)
+    _, _, rb = read_png(b)
+    flipped = [row[::-1] for row in rb[::-1]]
+    check(lit_pixels(ra) and ra != rb, "--up 0,0,-1 changes the view")
+    # Rows turn around and so do columns (istr = up x ifor flips with up). The lattice of the
+    # preview is anchored at the top left, so compare the finals of a cuberille image only.
+    diff = sum(1 for y in range(len(ra)) for x in range(len(ra[0])) if ra[y][x] != flipped[y][x])
+    check(diff <= len(ra) * len(ra[0]) // 50, "--up reversed gives the image turned by 180 degrees "
+          "(%d pixels differ)" % diff)
+
+
+def test_time_and_bench(volume, modes):
+    mode = "cuberille" if "cuberille" in modes else modes[0]
+    out = os.path.join(TMP, "bench.png")
+    status, text, err = run([volume, "--mode", mode, "--size", "64x48", "--time", "-o", out])
+    if check(status == 0, "--time renders (%s)" % err.strip()[:200]):
+        check(re.search(r"^preview: \d+\.\d{3} ms$", text, re.M) is not None, "--time prints the preview time")
+        if mode == "slices":
+            check(re.search(r"^final: none$", text, re.M) is not None, "--time: slices have no final")
+        else:
+            check(re.search(r"^final: \d+\.\d{3} ms$", text, re.M) is not None, "--time prints the final time")
+    line = r"^%s: median (\d+\.\d{3}) ms, min (\d+\.\d{3}) ms, max (\d+\.\d{3}) ms, (\d+) rays/s$"
+    status, text, err = run([volume, "--mode", mode, "--size", "64x48", "--bench", "3"])
+    if check(status == 0, "--bench without -o runs (%s)" % err.strip()[:200]):
+        m = re.search(line % "preview", text, re.M)
+        if check(m is not None, "--bench prints the preview line"):
+            lo, med, hi = float(m.group(2)), float(m.group(1)), float(m.group(3))
+            check(lo <= med <= hi, "--bench: min <= median <= max")
+            check(int(m.group(4)) > 0, "--bench: rays/s above 0")
+        if mode != "slices":
+            check(re.search(line % "final", text, re.M) is not None, "--bench prints the final line")
+    status, _, _ = run([volume, "--mode", mode, "--size", "64x48", "--bench", "2", "-o", out])
+    check(status == 0 and read_png(out)[:2] == (64, 48), "--bench with -o writes the image")
+
+
+def test_errors(volume, modes):
+    short = os.path.join(TMP, "short.dat")
+    open(short, "wb").write(struct.pack("<3H", 9, 9, 9) + b"\0\0" * 10)
+    cases = [
+        ([volume, "--frob"], "unknown option '--frob'", "unknown option"),
+        ([volume, "-x"], "unknown option '-x'", "unknown short option"),
+        ([os.path.join(TMP, "missing.dat")], "can't read", "missing volume file"),
+        ([TMP], "it is a folder", "a folder as volume"),
+        ([volume, volume], "only one volume", "two volumes"),
+        (["--size", "10x10"], "no volume given", "no volume"),
+        ([volume, "--size", "0x10"], "from 1 to 16383", "width 0"),
+        ([volume, "--size", "10x0"], "from 1 to 16383", "height 0"),
+        ([volume, "--size", "16384x10"], "from 1 to 16383", "width 16384"),
+        ([volume, "--size", "10x99999"], "from 1 to 16383", "height 99999"),
+        ([volume, "--size", "10xab"], "needs WxH", "bad size"),
+        ([volume, "--size", "10x10x"], "needs WxH", "size with trailing text"),
+        ([volume, "--size", "-5x10"], "needs WxH", "negative size"),
+        (["-o", os.path.join(TMP, "error.png"), volume, "--size"], "--size needs a value",
+         "option without value"),
+        ([volume, "--blur", "two"], "--blur two", "bad blur count"),
+        ([volume, "--bench", "0"], "--bench 0", "bench 0"),
+        ([volume, "--bench", "1e3"], "--bench 1e3", "bench not an integer"),
+        ([volume, "--eye", "1,2"], "three numbers", "eye with two numbers"),
+        ([volume, "--eye", "1,2,x"], "three numbers", "eye with a word"),
+        ([volume, "--eye", "1,2,3", "--eye", "1,2,3"], "given twice", "eye twice"),
+        ([volume, "--up", "1,2,3,4"], "three numbers", "up with four numbers"),
+        ([volume, "--forward", "1,0,0", "--look-at", "1,2,3"], "exclude each other", "forward and look-at"),
+        ([volume, "--mode", "wire"], "unknown mode", "unknown mode"),
+        ([volume, "--interp", "cubic"], "none, bilinear or trilinear", "unknown interp"),
+        ([volume, "--occlusion", "medium"], "soft or hard", "unknown occlusion"),
+        ([volume, "--cut", "plane:1,0,0"], "four numbers", "plane with three numbers"),
+        ([volume, "--cut", "sphere:1,2,3,4,middle"], "R2,inside or sphere", "sphere side"),
+        ([volume, "--cut", "cube:1"], "plane:NX,NY,NZ,D or sphere", "unknown cut"),
+        ([volume, "--color", "5000=ff0000"], "from 0 to 4095", "colour position out of range"),
+        ([volume, "--color", "100=red"], "bad colour", "colour not hex"),
+        ([volume, "--opacity", "100=1.5"], "from 0 to 1", "opacity above 1"),
+        ([volume, "--opacity", "100"], "POS=VALUE", "opacity without value"),
+        ([volume, "--preview=yes"], "takes no value", "flag with value"),
+        ([volume, "--set", "render_mode=3"], "not a render mode", "render_mode 3"),
+    ]
+    for args, message, what in cases:
+        expect_error(args, message, what)
+    # Errors found after the load need a mode that renders.
+    if modes:
+        m = ["--mode", modes[0]]
+        for args, message, what in [
+                ([volume, "--forward", "0,0,0"], "too short", "zero forward"),
+                ([volume, "--eye", "5,5,5", "--look-at", "5,5,5"], "is the eye position", "look-at the eye"),
+                ([volume, "--forward", "0,0,1", "--up", "0,0,2"], "parallel", "up along forward"),
+                ([short], "can't load", "a file the loader refuses")]:
+            expect_error(args + m, message, what)
+    # Output problems: a missing folder, a folder, the volume itself; and -o missing.
+    expect_error([volume, "-o", os.path.join(TMP, "no", "such", "x.png")], "does not exist", "output folder missing")
+    expect_error([volume, "-o", TMP], "it is a folder", "output is a folder")
+    before = open(volume, "rb").read()
+    status, _, err = run([volume, "-o", volume])
+    check(status == 2 and "is the volume" in err, "output onto the volume is refused")
+    check(open(volume, "rb").read() == before, "the volume is untouched")
+    status, _, err = run([volume])
+    check(status == 2 and "no output file" in err, "no -o without --bench is an error")
+    # Options whose parts are not built yet are refused the same way, never faked.
+    for args, what in [(["--cut", "plane:1,0,0,-10"], "cut"), (["--occlusion", "soft"], "occlusion"),
+                       (["--blur", "1"], "blur"), (["--color", "1000=ff0000"], "colour node"),
+                       (["--opacity", "1000=0.5"], "opacity node")]:
+        out = os.path.join(TMP, "notyet.png")
+        status, _, err = run([volume] + args + (["--mode", modes[0]] if modes else []) + ["-o", out])
+        if status == 2:
+            check("not available yet" in err and not os.path.exists(out),
+                  "%s: refused as not available yet, no file" % what)
+        else:
+            check(status == 0 and os.path.exists(out), "%s: renders" % what)
+
+
+def main():
+    global RENDER, TMP
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--render", required=True)
+    parser.add_argument("--build", required=True)
+    opts = parser.parse_args()
+    RENDER = opts.render
+    with tempfile.TemporaryDirectory(prefix="tavok-render-test-") as TMP:
+        # A small phantom keeps every run short; the head is the same at any size.
+        tool = os.path.join(opts.build, "make-phantom")
+        if os.path.exists(tool):
+            volume = os.path.join(TMP, "phantom.dat")
+            subprocess.run([tool, volume, "--size", "96", "96", "80"], check=True,
+                           stdout=subprocess.DEVNULL)
+        else:
+            print("skipped: phantom tests (make-phantom is not built); using a hand-made ball")
+            volume = write_dat(os.path.join(TMP, "ball.dat"), 41, 37, 33,
+                               lambda x, y, z: 3000 if (x - 20) ** 2 + (y - 18) ** 2 + (z - 16) ** 2 < 150 else 0)
+        modes = available_modes(volume)
+        print("modes of this build: " + (", ".join(modes) or "none"))
+        test_errors(volume, modes)
+        if not modes:
+            print("skipped: image tests (no render mode is built yet)")
+        else:
+            test_sizes_and_modes(volume, modes)
+            test_block_volume(modes)
+            test_preview_against_final(volume, modes)
+            test_set(volume, modes)
+            test_option_order(volume, modes)
+            test_camera(volume, modes)
+            test_time_and_bench(volume, modes)
+    if failures:
+        print("%d check(s) failed" % len(failures))
+        sys.exit(1)
+    print("all checks passed")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,711 @@
+// tavok_render.cpp — tavok-render, the headless renderer: one view of one volume to a PNG,
+// through exactly the code the window runs.
+//
+// Owns its command line (the RenderJob record) and nothing else. It starts the library as
+// main does (settings table, panel start values, cut shapes, view, slices, camera), loads the
+// file through the load path of the frame loop (load_volume_file), applies its options in one
+// fixed order whatever their order on the command line, and renders as "Render to File"
+// does: offscreen_render set, fresh buffers of the asked size, the mode's preview and then
+// its final through the frame loop's dispatch (run_preview, run_final). The PNG writer writes
+// offscreen_pixels.
+//
+// Linked with the null doors of seam.h: no widget, no window, a fake clock. It must not change
+// the passes or the dispatch, and nothing it runs while a pass is under way may set refresh.
+// Every check of the command line happens before the output file is opened, so an error
+// leaves no file behind.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/core.h"
+#include "core/seam.h"
+#include "output/png.h"
+#include "slices/slices.h"
+#include "transfer/transfer.h"
+#include "volume/volume.h"
+
+// ---------------------------------------------------------------------------------------------
+// Errors of the command line and of the job: one line on standard error, status 2, and since
+// no error is raised after the output file is opened, no file.
+
+[[noreturn]] static void fail(const char* format, ...) __attribute__((format(printf, 1, 2)));
+static void fail(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    fputs("tavok-render: ", stderr);
+    vfprintf(stderr, format, args);
+    va_end(args);
+    fputc('\n', stderr);
+    fflush(stdout);
+    stop_shadow_thread();
+    exit(2);
+}
+
+static const char usage_text[] =
+    "usage: tavok-render VOLUME -o OUT.png [options]\n"
+    "       tavok-render VOLUME --bench N [-o OUT.png] [options]\n"
+    "Renders one view of a volume (.dat, .kvx, .vox) to a PNG without a display, with the\n"
+    "settings the window has after loading the file and switching to the 3D tab.\n"
+    "Options (applied in this order, whatever their order here):\n"
+    "  --size WxH               image size, 1..16383 each (default 1024x1024)\n"
+    "  --blur N                 run \"Blur Data\" N times\n"
+    "  --cut plane:NX,NY,NZ,D   cut away the negative side of a plane (repeatable)\n"
+    "  --cut sphere:CX,CY,CZ,R2,inside|outside\n"
+    "                           cut away the inside or outside of a sphere (repeatable)\n"
+    "  --color POS=RRGGBB       colour node at density POS, 0..4095 (repeatable)\n"
+    "  --opacity POS=VALUE      opacity node at density POS, VALUE 0..1 (repeatable)\n"
+    "  --set NAME=VALUE         any render setting by name: vectors X,Y,Z, arrays NAME[i],\n"
+    "                           colours as hex RRGGBB (repeatable)\n"
+    "  --mode M                 slices, cuberille, firsthit, mip, avg, rbs or ics\n"
+    "                           (default cuberille)\n"
+    "  --interp I               none, bilinear or trilinear (default none)\n"
+    "  --occlusion soft|hard    calculate occlusion before rendering\n"
+    "  --eye X,Y,Z              eye position in voxels (default: the view after loading)\n"
+    "  --forward X,Y,Z          view direction\n"
+    "  --look-at X,Y,Z          view direction toward this point\n"
+    "  --up X,Y,Z               up direction\n"
+    "  --preview                write the quick preview instead of the final image\n"
+    "  --time                   print the preview and final times in milliseconds\n"
+    "  --bench N                render N times after a warm-up and print timings\n"
+    "  -o, --output OUT.png     the image to write\n"
+    "  -h, --help               this text\n";
+
+// ---------------------------------------------------------------------------------------------
+// The job: everything the command line asks for, checked while it is read.
+
+struct CutStep {
+    int kind;        // 1 plane, 2 sphere
+    float shape[4];  // plane NX, NY, NZ, D or sphere CX, CY, CZ, R2
+    int side;        // sphere: 3 cut away inside, 4 outside
+};
+struct NodeStep {
+    bool is_color;
+    int pos;         // density 0..4095
+    uint32_t color;  // 0x00RRGGBB for a colour node
+    float opacity;   // 0..1 for an opacity node
+};
+struct SetStep {
+    const SettingInfo* setting;
+    int first;                     // first element written
+    int count;                     // elements written
+    union { int32_t i; uint32_t u; float f; } value[4];
+};
+struct RenderJob {
+    const char* volume = nullptr;
+    const char* output = nullptr;
+    int width = 1024, height = 1024;
+    int blur = 0;
+    std::vector<CutStep> cuts;
+    std::vector<NodeStep> nodes;
+    std::vector<SetStep> sets;
+    int mode = -1;    // -1: not given, cuberille
+    int interp = -1;  // -1: not given, none
+    int occlusion = 0;  // 1 soft, 2 hard (shadow_kind)
+    bool has_eye = false, has_forward = false, has_look_at = false, has_up = false;
+    float eye[3], forward[3], look_at[3], up[3];
+    bool preview = false;
+    bool time = false;
+    int bench = 0;
+};
+
+static const struct { const char* name; int mode; } mode_names[] = {
+    {"slices", 12}, {"cuberille", 0}, {"firsthit", 2}, {"mip", 4},
+    {"avg", 6},     {"rbs", 8},       {"ics", 10},
+};
+
+static const char* mode_name(int mode)
+{
+    for (auto& m : mode_names)
+        if (m.mode == mode) return m.name;
+    return nullptr;
+}
+
+// Numbers are read whole: trailing characters, empty text, overflow and non-finite values are
+// errors, never silently cut.
+static bool parse_int(const char* text, long lo, long hi, long* out)
+{
+    if (!*text || isspace((unsigned char)*text)) return false;
+    char* end;
+    errno = 0;
+    long v = strtol(text, &end, 10);
+    if (*end || errno || v < lo || v > hi) return false;
+    *out = v;
+    return true;
+}
+
+static bool parse_float(const char* text, float* out)
+{
+    if (!*text || isspace((unsigned char)*text)) return false;
+    char* end;
+    errno = 0;
+    float v = strtof(text, &end);
+    if (*end || errno || !std::isfinite(v)) return false;
+    *out = v;
+    return true;
+}
+
+// A list of exactly n floats separated by commas.
+static bool parse_floats(const char* text, int n, float* out)
+{
+    std::string s(text);
+    size_t start = 0;
+    for (int k = 0; k < n; ++k) {
+        size_t comma = s.find(',', start);
+        if ((comma == std::string::npos) != (k == n - 1)) return false;
+        std::string part = s.substr(start, comma == std::string::npos ? std::string::npos
+                                                                       : comma - start);
+        if (!parse_float(part.c_str(), &out[k])) return false;
+        start = comma + 1;
+    }
+    return true;
+}
+
+// RRGGBB in hex, 1 to 6 digits, with an optional # or 0x in front.
+static bool parse_color(const char* text, uint32_t* out)
+{
+    if (text[0] == '#') text += 1;
+    else if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) text += 2;
+    size_t n = strlen(text);
+    if (n < 1 || n > 6) return false;
+    uint32_t v = 0;
+    for (size_t k = 0; k < n; ++k) {
+        char c = text[k];
+        int d = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10
+              : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+        if (d < 0) return false;
+        v = v << 4 | (uint32_t)d;
+    }
+    *out = v;
+    return true;
+}
+
+// The names --set knows, for its error messages: scalars as they are, vectors with X,Y,Z,
+// arrays with their index range.
+static std::string valid_setting_names()
+{
+    std::string names;
+    for (int k = 0; k < settings_registry_size; ++k) {
+        const SettingInfo& s = settings_registry[k];
+        if (k) names += ", ";
+        names += s.name;
+        if (s.count == 3) names += "=X,Y,Z";
+        if (s.count == 4) names += "[0-3]";
+    }
+    return names;
+}
+
+static const char* type_words(SettingType type)
+{
+    switch (type) {
+    case SettingType::Int: return "an integer";
+    case SettingType::UInt: return "an integer from 0 to 4294967295";
+    case SettingType::Byte: return "an integer from 0 to 255";
+    case SettingType::Float: return "a number";
+    case SettingType::Color: return "a colour RRGGBB in hex";
+    }
+    return "a value";
+}
+
+static bool parse_setting_value(SettingType type, const char* text, SetStep* step, int k)
+{
+    long v;
+    switch (type) {
+    case SettingType::Int:
+        if (!parse_int(text, INT32_MIN, INT32_MAX, &v)) return false;
+        step->value[k].i = (int32_t)v;
+        return true;
+    case SettingType::UInt:
+        if (text[0] == '-' || !parse_int(text, 0, UINT32_MAX, &v)) return false;
+        step->value[k].u = (uint32_t)v;
+        return true;
+    case SettingType::Byte:
+        if (!parse_int(text, 0, 255, &v)) return false;
+        step->value[k].u = (uint32_t)v;
+        return true;
+    case SettingType::Float: return parse_float(text, &step->value[k].f);
+    case SettingType::Color: return parse_color(text, &step->value[k].u);
+    }
+    return false;
+}
+
+// NAME=VALUE, NAME=X,Y,Z for a vector, NAME[i]=VALUE for an element of a vector or an array.
+static SetStep parse_set(const char* arg)
+{
+    const char* eq = strchr(arg, '=');
+    if (!eq) fail("--set needs NAME=VALUE, not '%s'", arg);
+    std::string name(arg, eq - arg);
+    const char* text = eq + 1;
+    long index = -1;
+    size_t bracket = name.find('[');
+    if (bracket != std::string::npos) {
+        if (name.back() != ']' ||
+            !parse_int(name.substr(bracket + 1, name.size() - bracket - 2).c_str(), 0, 3, &index))
+            fail("--set %s: bad index; valid names: %s", name.c_str(), valid_setting_names().c_str());
+        name.resize(bracket);
+    }
+    const SettingInfo* setting = nullptr;
+    for (int k = 0; k < settings_registry_size; ++k)
+        if (name == settings_registry[k].name) setting = &settings_registry[k];
+    if (!setting)
+        fail("--set: unknown setting '%s'; valid names: %s", name.c_str(),
+             valid_setting_names().c_str());
+
+    SetStep step = {setting, 0, 1, {}};
+    bool ok;
+    if (index >= 0) {
+        if (setting->count == 1 || index >= setting->count)
+            fail("--set %s[%ld]: %s has no element %ld; valid names: %s", name.c_str(), index,
+                 name.c_str(), index, valid_setting_names().c_str());
+        step.first = (int)index;
+        ok = parse_setting_value(setting->type, text, &step, 0);
+    } else if (setting->count == 3) {
+        step.count = 3;
+        float v[3];
+        ok = parse_floats(text, 3, v);
+        for (int k = 0; ok && k < 3; ++k) step.value[k].f = v[k];
+    } else if (setting->count == 4) {
+        fail("--set %s: an array takes one element at a time, as %s[0]=VALUE to %s[3]=VALUE; "
+             "valid names: %s", name.c_str(), name.c_str(), name.c_str(),
+             valid_setting_names().c_str());
+    } else {
+        ok = parse_setting_value(setting->type, text, &step, 0);
+    }
+    if (!ok)
+        fail("--set %s: bad value '%s', it takes %s%s; valid names: %s", arg, text,
+             setting->count == 3 && index < 0 ? "three numbers X,Y,Z" : type_words(setting->type),
+             "", valid_setting_names().c_str());
+    return step;
+}
+
+static CutStep parse_cut(const char* arg)
+{
+    CutStep cut = {};
+    if (strncmp(arg, "plane:", 6) == 0) {
+        cut.kind = 1;
+        if (!parse_floats(arg + 6, 4, cut.shape))
+            fail("--cut %s: a plane is plane:NX,NY,NZ,D with four numbers", arg);
+        return cut;
+    }
+    if (strncmp(arg, "sphere:", 7) == 0) {
+        cut.kind = 2;
+        std::string s(arg + 7);
+        size_t comma = s.rfind(',');
+        std::string side = comma == std::string::npos ? "" : s.substr(comma + 1);
+        if (side == "inside") cut.side = 3;
+        else if (side == "outside") cut.side = 4;
+        if (!cut.side || !parse_floats(s.substr(0, comma).c_str(), 4, cut.shape))
+            fail("--cut %s: a sphere is sphere:CX,CY,CZ,R2,inside or sphere:CX,CY,CZ,R2,outside", arg);
+        if (cut.shape[3] < 0.0f) fail("--cut %s: the squared radius R2 can't be negative", arg);
+        return cut;
+    }
+    fail("--cut %s: a cut is plane:NX,NY,NZ,D or sphere:CX,CY,CZ,R2,inside|outside", arg);
+}
+
+static NodeStep parse_node(const char* option, const char* arg)
+{
+    NodeStep node = {};
+    node.is_color = strcmp(option, "--color") == 0;
+    const char* eq = strchr(arg, '=');
+    long pos;
+    if (!eq || !parse_int(std::string(arg, eq - arg).c_str(), 0, 4095, &pos))
+        fail("%s %s: needs POS=%s with a density POS from 0 to 4095", option, arg,
+             node.is_color ? "RRGGBB" : "VALUE");
+    node.pos = (int)pos;
+    if (node.is_color) {
+        if (!parse_color(eq + 1, &node.color))
+            fail("%s %s: bad colour '%s', it takes RRGGBB in hex", option, arg, eq + 1);
+    } else if (!parse_float(eq + 1, &node.opacity) || node.opacity < 0.0f || node.opacity > 1.0f) {
+        fail("%s %s: bad opacity '%s', it takes a number from 0 to 1", option, arg, eq + 1);
+    }
+    return node;
+}
+
+static RenderJob parse_command_line(int argc, char** argv)
+{
+    RenderJob job;
+    bool seen_size = false, seen_blur = false, seen_interp = false, seen_occlusion = false;
+    for (int k = 1; k < argc; ++k) {
+        const char* arg = argv[k];
+        if (strcmp(arg, "-h") == 0 || strcmp(arg, "--help") == 0) {
+            fputs(usage_text, stdout);
+            exit(0);
+        }
+        if (arg[0] != '-' || arg[1] == '\0') {
+            if (job.volume) fail("only one volume can be rendered: '%s' and '%s'", job.volume, arg);
+            job.volume = arg;
+            continue;
+        }
+        // --name=value and --name value are the same.
+        std::string option(arg);
+        const char* value = nullptr;
+        size_t eq = option.find('=');
+        if (option.compare(0, 2, "--") == 0 && eq != std::string::npos) {
+            value = arg + eq + 1;
+            option.resize(eq);
+        }
+        bool flag = option == "--preview" || option == "--time";
+        if (flag) {
+            if (value) fail("%s takes no value", option.c_str());
+        } else if (!value) {
+            static const char* known[] = {"-o", "--output", "--size", "--blur", "--cut", "--color",
+                                          "--opacity", "--set", "--mode", "--interp",
+                                          "--occlusion", "--eye", "--forward", "--look-at", "--up",
+                                          "--bench"};
+            if (std::find_if(std::begin(known), std::end(known),
+                             [&](const char* o) { return option == o; }) == std::end(known))
+                fail("unknown option '%s' (see tavok-render --help)", arg);
+            if (k + 1 >= argc) fail("%s needs a value", arg);
+            value = argv[++k];
+        }
+
+        auto once = [&](bool& seen) {
+            if (seen) fail("%s is given twice", option.c_str());
+            seen = true;
+        };
+        auto vector3 = [&](bool& seen, float* v) {
+            once(seen);
+            if (!parse_floats(value, 3, v)) fail("%s %s: needs three numbers X,Y,Z", option.c_str(), value);
+        };
+        long n;
+        if (option == "-o" || option == "--output") {
+            if (job.output) fail("%s is given twice", option.c_str());
+            if (!*value) fail("%s needs a file name", option.c_str());
+            job.output = value;
+        } else if (option == "--size") {
+            once(seen_size);
+            int w, h, used = 0;
+            if (sscanf(value, "%dx%d%n", &w, &h, &used) != 2 || value[used] || !isdigit((unsigned char)value[0]))
+                fail("--size %s: needs WxH, as 1024x1024", value);
+            if (w < 1 || h < 1 || w > 16383 || h > 16383)
+                fail("--size %s: width and height must be from 1 to 16383", value);
+            job.width = w;
+            job.height = h;
+        } else if (option == "--blur") {
+            once(seen_blur);
+            if (!parse_int(value, 0, 1000, &n)) fail("--blur %s: needs a count from 0 to 1000", value);
+            job.blur = (int)n;
+        } else if (option == "--cut") {
+            job.cuts.push_back(parse_cut(value));
+        } else if (option == "--color" || option == "--opacity") {
+            job.nodes.push_back(parse_node(option.c_str(), value));
+        } else if (option == "--set") {
+            job.sets.push_back(parse_set(value));
+        } else if (option == "--mode") {
+            if (job.mode >= 0) fail("--mode is given twice");
+            for (auto& m : mode_names)
+                if (strcmp(value, m.name) == 0) job.mode = m.mode;
+            if (job.mode < 0)
+                fail("--mode %s: unknown mode; the modes are slices, cuberille, firsthit, mip, avg, "
+                     "rbs and ics", value);
+        } else if (option == "--interp") {
+            once(seen_interp);
+            if (strcmp(value, "none") == 0) job.interp = 0;
+            else if (strcmp(value, "bilinear") == 0) job.interp = 1;
+            else if (strcmp(value, "trilinear") == 0) job.interp = 2;
+            else fail("--interp %s: needs none, bilinear or trilinear", value);
+        } else if (option == "--occlusion") {
+            once(seen_occlusion);
+            if (strcmp(value, "soft") == 0) job.occlusion = 1;
+            else if (strcmp(value, "hard") == 0) job.occlusion = 2;
+            else fail("--occlusion %s: needs soft or hard", value);
+        } else if (option == "--eye") {
+            vector3(job.has_eye, job.eye);
+        } else if (option == "--forward") {
+            vector3(job.has_forward, job.forward);
+        } else if (option == "--look-at") {
+            vector3(job.has_look_at, job.look_at);
+        } else if (option == "--up") {
+            vector3(job.has_up, job.up);
+        } else if (option == "--preview") {
+            if (job.preview) fail("--preview is given twice");
+            job.preview = true;
+        } else if (option == "--time") {
+            if (job.time) fail("--time is given twice");
+            job.time = true;
+        } else if (option == "--bench") {
+            if (job.bench) fail("--bench is given twice");
+            if (!parse_int(value, 1, 1000000, &n)) fail("--bench %s: needs a count from 1 to 1000000", value);
+            job.bench = (int)n;
+        } else {
+            fail("unknown option '%s' (see tavok-render --help)", arg);
+        }
+    }
+    if (!job.volume) fail("no volume given (see tavok-render --help)");
+    if (!job.output && !job.bench) fail("no output file given: -o OUT.png");
+    if (job.has_forward && job.has_look_at) fail("--forward and --look-at exclude each other");
+    return job;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Checks of the job against this build and the file system, before anything is loaded.
+
+static void check_job(const RenderJob& job)
+{
+    struct stat in;
+    if (stat(job.volume, &in) != 0) fail("can't read %s: %s", job.volume, strerror(errno));
+    if (S_ISDIR(in.st_mode)) fail("can't read %s: it is a folder", job.volume);
+    if (access(job.volume, R_OK) != 0) fail("can't read %s: %s", job.volume, strerror(errno));
+
+    if (job.output) {
+        // The file is created only after rendering; here it must be creatable, and it must not
+        // be the volume itself.
+        struct stat out;
+        if (stat(job.output, &out) == 0) {
+            if (S_ISDIR(out.st_mode)) fail("can't write %s: it is a folder", job.output);
+            if (out.st_dev == in.st_dev && out.st_ino == in.st_ino)
+                fail("can't write %s: it is the volume being rendered", job.output);
+            if (access(job.output, W_OK) != 0) fail("can't write %s: %s", job.output, strerror(errno));
+        } else {
+            std::string dir(job.output);
+            size_t slash = dir.rfind('/');
+            dir = slash == std::string::npos ? "." : slash == 0 ? "/" : dir.substr(0, slash);
+            struct stat d;
+            if (stat(dir.c_str(), &d) != 0 || !S_ISDIR(d.st_mode))
+                fail("can't write %s: the folder %s does not exist", job.output, dir.c_str());
+            if (access(dir.c_str(), W_OK | X_OK) != 0)
+                fail("can't write %s: %s", job.output, strerror(errno));
+        }
+    }
+
+    // The mode that will be rendered: --mode, else the last --set render_mode, else cuberille.
+    int mode = 0;
+    for (const SetStep& step : job.sets)
+        if (strcmp(step.setting->name, "render_mode") == 0) mode = step.value[0].i;
+    if (job.mode >= 0) mode = job.mode;
+    if (!mode_name(mode))
+        fail("--set render_mode=%d: not a render mode; the modes are 0, 2, 4, 6, 8, 10 and 12", mode);
+    if (!mode_is_rendered(mode))
+        fail("%s %s: this render mode is not available yet", job.mode >= 0 ? "--mode" : "render mode",
+             mode_name(mode));
+    if (job.blur > 0) fail("--blur: blurring is not available yet");
+    if (!job.cuts.empty()) fail("--cut: cutting is not available yet");
+    if (!job.nodes.empty())
+        fail("%s: transfer function nodes are not available yet",
+             job.nodes[0].is_color ? "--color" : "--opacity");
+    if (job.occlusion) fail("--occlusion: the occlusion calculation is not available yet");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Start-up and load, as the window has them.
+
+// What main and init_control_panel do before the first frame, without a window: the
+// settings table, the panel's start values, the cut shapes, a 512 x 512 window's image area,
+// the view constants, the slices and the start camera.
+static void start_like_the_window()
+{
+    set_default_settings();
+    set_panel_defaults();
+    color_dialog_open = 0;
+    window_width = 512;
+    window_height = 512;
+    alloc_frame_buffers(512, 512 * 4 / 5, 512 * 4 / 5);
+    cut_kind = 1;
+    abstract_plane_color = 0xcc;
+    cut_sphere_side = 3;
+    for (int i = 0; i < 3; ++i) cut_plane_n[i] = light_dir[i];
+    normalize3(cut_plane_n);
+    cut_sphere_center[0] = cut_sphere_center[1] = cut_sphere_center[2] = 0.0f;
+    cut_sphere_r2 = 1600.0f;
+    abstract_sphere_color = 0xcc0000;
+    abstract_box_color = 0xcc00;
+    compute_view_constants();
+    reset_slices();
+    set_start_camera();
+}
+
+static void apply_setting(const SetStep& step)
+{
+    for (int k = 0; k < step.count; ++k) {
+        int at = step.first + k;
+        switch (step.setting->type) {
+        case SettingType::Int: ((int*)step.setting->value)[at] = step.value[k].i; break;
+        case SettingType::UInt: ((unsigned*)step.setting->value)[at] = step.value[k].u; break;
+        case SettingType::Byte: ((uint8_t*)step.setting->value)[at] = (uint8_t)step.value[k].u; break;
+        case SettingType::Float: ((float*)step.setting->value)[at] = step.value[k].f; break;
+        case SettingType::Color: ((uint32_t*)step.setting->value)[at] = step.value[k].u; break;
+        }
+    }
+}
+
+static void cross3(const float* a, const float* b, float* out)
+{
+    out[0] = a[1] * b[2] - a[2] * b[1];
+    out[1] = a[2] * b[0] - a[0] * b[2];
+    out[2] = a[0] * b[1] - a[1] * b[0];
+}
+
+static float length3(const float* v) { return sqrtf(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
+
+// --eye moves ipos and keeps the frame. --forward, --look-at or --up rebuild it:
+// ifor = normalise(forward), istr = normalise(up x ifor), iup = normalise(ifor x istr), with the
+// system's normalising rule; what is not given comes from the frame the load left. A direction
+// that rule would stretch (length 0.001 or less) is refused instead of drawn.
+static void apply_camera(const RenderJob& job)
+{
+    if (job.has_eye)
+        for (int i = 0; i < 3; ++i) ipos[i] = job.eye[i];
+    if (!job.has_forward && !job.has_look_at && !job.has_up) return;
+
+    float forward[3], up[3];
+    for (int i = 0; i < 3; ++i) {
+        forward[i] = job.has_forward ? job.forward[i]
+                   : job.has_look_at ? job.look_at[i] - ipos[i] : ifor[i];
+        up[i] = job.has_up ? job.up[i] : iup[i];
+    }
+    if (length3(forward) <= 0.001f)
+        fail(job.has_look_at ? "--look-at: the point is the eye position, there is no direction to it"
+                             : "--forward: the direction is too short");
+    float new_for[3] = {forward[0], forward[1], forward[2]};
+    normalize3(new_for);
+    float side[3];
+    cross3(up, new_for, side);
+    if (length3(side) <= 0.001f)
+        fail("--up: the up direction is parallel to the view direction (or too short)");
+    normalize3(side);
+    float new_up[3];
+    cross3(new_for, side, new_up);
+    normalize3(new_up);
+    for (int i = 0; i < 3; ++i) {
+        ifor[i] = new_for[i];
+        istr[i] = side[i];
+        iup[i] = new_up[i];
+    }
+}
+
+// Everything the job asks of the loaded volume, in the fixed order of the options.
+static void apply_job(const RenderJob& job)
+{
+    // The window after a load shows mode 12 until the 3D tab is chosen, which picks cuberille
+    // (render_mode 0); that view is the default here.
+    render_mode = 0;
+
+    alloc_frame_buffers((uint32_t)job.width, (uint32_t)job.height, (uint32_t)job.height);
+    compute_view_constants();
+
+    for (const SetStep& step : job.sets) apply_setting(step);
+    if (job.mode >= 0) render_mode = job.mode;
+    if (job.interp >= 0) interp_mode = (uint8_t)job.interp;
+
+    apply_camera(job);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Rendering, as "Render to File" renders: preview first, then the final of render_mode and
+// interp_mode, into offscreen_pixels.
+
+static double now_ms()
+{
+    using namespace std::chrono;
+    return duration<double, std::milli>(steady_clock::now().time_since_epoch()).count();
+}
+
+struct PassTimes {
+    double preview_ms;
+    double final_ms;  // negative when no final ran
+};
+
+static PassTimes render_once(bool preview_only)
+{
+    size_t pixels = (size_t)render_target.width * render_target.height;
+    memset(render_target.color, 0, pixels * 4);
+    memset(render_target.depth, 0, pixels * 4);
+    memset(render_target.mask, 0, pixels);
+
+    // The frame loop's preparation of a preview: the lasting clamp of ifor, then view_dir and
+    // half_vector from the clamped frame.
+    clamp_forward();
+    for (int i = 0; i < 3; ++i) view_dir[i] = ifor[i];
+    normalize3(view_dir);
+    for (int i = 0; i < 3; ++i) half_vector[i] = light_dir[i] + view_dir[i];
+    normalize3(half_vector);
+
+    // Nothing may interrupt: the null pumps deliver no events and no worker runs, so refresh
+    // stays 0 through both passes; the check after them proves it.
+    refresh = 0;
+    final_pending = 0;
+    PassTimes t = {0.0, -1.0};
+    double t0 = now_ms();
+    run_preview();
+    t.preview_ms = now_ms() - t0;
+    if (!preview_only && render_mode <= 10) {
+        t0 = now_ms();
+        if (!run_final())
+            fail("render mode %s has no final pass for --interp %s yet", mode_name(render_mode),
+                 interp_mode == 2 ? "trilinear" : interp_mode == 1 ? "bilinear" : "none");
+        t.final_ms = now_ms() - t0;
+    }
+    if (refresh) {
+        fprintf(stderr, "tavok-render: a pass was interrupted: refresh was set while rendering\n");
+        exit(1);
+    }
+    return t;
+}
+
+static void write_image(const char* path)
+{
+    png_open(path, (int)render_target.width, (int)render_target.height);
+    if (!png_file) fail("can't write %s: %s", path, strerror(errno));
+    size_t pixels = (size_t)render_target.width * render_target.height;
+    for (size_t i = 0; i < pixels; ++i) png_put_pixel(offscreen_pixels[i]);
+    // The writer tests none of its writes; a full disk shows in the size.
+    struct stat s;
+    if (stat(path, &s) != 0 ||
+        (uint64_t)s.st_size != png_file_size((int)render_target.width, (int)render_target.height)) {
+        remove(path);
+        fail("can't write %s: the file came out short (disk full?)", path);
+    }
+}
+
+static void print_bench_line(const char* pass, std::vector<double> ms, double rays)
+{
+    std::sort(ms.begin(), ms.end());
+    size_t n = ms.size();
+    double median = n % 2 ? ms[n / 2] : 0.5 * (ms[n / 2 - 1] + ms[n / 2]);
+    printf("%s: median %.3f ms, min %.3f ms, max %.3f ms, %.0f rays/s\n", pass, median, ms[0],
+           ms[n - 1], median > 0.0 ? rays / (median * 0.001) : 0.0);
+}
+
+int main(int argc, char** argv)
+{
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    RenderJob job = parse_command_line(argc, argv);
+    check_job(job);
+
+    start_like_the_window();
+    if (!load_volume_file(job.volume)) fail("can't load %s", job.volume);
+    apply_job(job);
+    offscreen_render = 1;
+
+    PassTimes t = render_once(job.preview);
+    if (job.bench) {
+        std::vector<double> preview_ms, final_ms;
+        for (int k = 0; k < job.bench; ++k) {
+            t = render_once(job.preview);
+            preview_ms.push_back(t.preview_ms);
+            if (t.final_ms >= 0.0) final_ms.push_back(t.final_ms);
+        }
+        double pixels = (double)render_target.width * render_target.height;
+        print_bench_line("preview", preview_ms, pixels);
+        if (final_ms.empty()) printf("final: none\n");
+        else print_bench_line("final", final_ms, pixels);
+    }
+    if (job.time) {
+        printf("preview: %.3f ms\n", t.preview_ms);
+        if (t.final_ms >= 0.0) printf("final: %.3f ms\n", t.final_ms);
+        else printf("final: none\n");
+    }
+    if (job.output) write_image(job.output);
+    stop_shadow_thread();
+    return 0;
+}
