@@ -490,9 +490,6 @@ static void check_job(const RenderJob& job)
              mode_name(mode));
     if (job.blur > 0) fail("--blur: blurring is not available yet");
     if (!job.cuts.empty()) fail("--cut: cutting is not available yet");
-    if (!job.nodes.empty())
-        fail("%s: transfer function nodes are not available yet",
-             job.nodes[0].is_color ? "--color" : "--opacity");
     if (job.occlusion) fail("--occlusion: the occlusion calculation is not available yet");
 }
 
@@ -583,6 +580,52 @@ static void apply_camera(const RenderJob& job)
     }
 }
 
+// --color and --opacity: the node at that density gets the value, or a new node is linked in
+// there, and the transfer function's own reinterpolation rewrites the two table segments on
+// either side of it. Densities 0 and 4095 always find the end nodes. The marker places on the
+// strip follow from the backdrop redraw, as after any edit.
+static void apply_node(const NodeStep& step)
+{
+    if (step.is_color) {
+        ColorNode* prev = nullptr;
+        ColorNode* at = color_nodes;
+        while (at && at->pos < step.pos) prev = at, at = at->next;
+        if (!at || at->pos != step.pos) {
+            ColorNode* node = (ColorNode*)malloc(sizeof(ColorNode));
+            if (!node) clean_up_and_exit(0, "out of mem!");
+            node->pos = (uint16_t)step.pos;
+            node->scx = (uint16_t)(step.pos * tf_width / 4096);
+            node->scy = (uint16_t)(tf_height - 1 - tf_bar_h / 2);
+            node->prev = prev;
+            node->next = at;
+            prev->next = node;  // pos 0 is the first node's, so a new node has a prev
+            if (at) at->prev = node;
+            at = node;
+        }
+        at->color = step.color;
+        reinterpolate_colors(at);
+    } else {
+        OpacityNode* prev = nullptr;
+        OpacityNode* at = opacity_nodes;
+        while (at && at->pos < step.pos) prev = at, at = at->next;
+        if (!at || at->pos != step.pos) {
+            OpacityNode* node = (OpacityNode*)malloc(sizeof(OpacityNode));
+            if (!node) clean_up_and_exit(0, "out of mem!");
+            node->pos = (uint16_t)step.pos;
+            node->scx = (uint16_t)(step.pos * tf_width / 4096);
+            node->scy = 0;
+            node->prev = prev;
+            node->next = at;
+            prev->next = node;
+            if (at) at->prev = node;
+            at = node;
+        }
+        at->opacity = step.opacity;
+        reinterpolate_opacity(at);
+        draw_tf_backdrop();
+    }
+}
+
 // Everything the job asks of the loaded volume, in the fixed order of the options.
 static void apply_job(const RenderJob& job)
 {
@@ -593,6 +636,7 @@ static void apply_job(const RenderJob& job)
     alloc_frame_buffers((uint32_t)job.width, (uint32_t)job.height, (uint32_t)job.height);
     compute_view_constants();
 
+    for (const NodeStep& step : job.nodes) apply_node(step);
     for (const SetStep& step : job.sets) apply_setting(step);
     if (job.mode >= 0) render_mode = job.mode;
     if (job.interp >= 0) interp_mode = (uint8_t)job.interp;

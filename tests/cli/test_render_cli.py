@@ -85,7 +85,7 @@ def available_modes(volume):
     """The modes of this build: the others refuse with 'not available yet' and write nothing."""
     found = []
     for mode in MODES:
-        out = os.path.join(TMP, "probe.png")
+        out = os.path.join(TMP, "probe-%s.png" % mode)
         status, _, err = run([volume, "--mode", mode, "--size", "8x8", "-o", out])
         if status == 0:
             found.append(mode)
@@ -152,6 +152,48 @@ def test_block_volume(modes):
         _, _, rows = read_png(out)
         colours = set(p for row in rows for p in row)
         check(colours == {0x808080ff, 0x000000ff}, "--set light_model=2: grey 0x808080 where white was")
+
+
+def test_nodes(modes):
+    """--color and --opacity on a hand-made block of density 2000 (13 x 11 x 9 samples, so a
+    17 x 15 x 13 grid with its empty margin of 2). The slice view's centre pixel lies inside
+    the block and shows color_lut[2000] unmixed, since all its neighbours have the same colour;
+    the margin shows color_lut[0]."""
+    if "slices" not in modes:
+        print("skipped: node options (slices not built yet)")
+        return
+    vol = write_dat(os.path.join(TMP, "block2000.dat"), 13, 11, 9, lambda x, y, z: 2000)
+    out = os.path.join(TMP, "nodes.png")
+
+    def centre(*args):
+        status, _, err = run([vol, "--mode", "slices", "--size", "64x64", "-o", out] + list(args))
+        if not check(status == 0, "slices %s renders (%s)" % (" ".join(args), err.strip()[:120])):
+            return None, None
+        _, _, rows = read_png(out)
+        return rows[32][32] >> 8, set(p >> 8 for row in rows for p in row)
+
+    # The grey ramp: opacity 2000 / 4095 = 0.4884..., times 255 truncated = 124.
+    c, _ = centre()
+    check(c == 0x7c7c7c, "no nodes: grey 0x7c7c7c at density 2000 (0x%06x)" % (c or 0))
+    c, _ = centre("--color", "2000=ff0000")
+    check(c == 0xff0000, "--color 2000=ff0000: the node's colour, exactly (0x%06x)" % (c or 0))
+    c, _ = centre("--color", "2000=ff0000", "--color", "2000=0000ff")
+    check(c == 0x0000ff, "two --color at one density: the later wins (0x%06x)" % (c or 0))
+    # A node elsewhere rewrites only its two segments, which here reach density 2000: between
+    # 0 (black) and a white node at 1000 and beyond to 4095 (white) everything is white.
+    c, _ = centre("--color", "1000=ffffff")
+    check(c == 0xffffff, "--color 1000=ffffff: density 2000 is white (0x%06x)" % (c or 0))
+    # A node at 3000 rewrites the segment from 0 to 3000 as one ramp from black to the node's
+    # colour: going down from 3000, 1000 steps of -255 / 3000 leave 170 of red at 2000 (the
+    # single-precision sum may land just below, so 169 passes too).
+    c, _ = centre("--color", "3000=ff0000")
+    check(c is not None and c & 0xffff == 0 and (c >> 16) in (169, 170),
+          "--color 3000=ff0000: density 2000 is two thirds of the way to red (0x%06x)" % (c or 0))
+    # Position 0 recolours the first node: the empty margin turns blue.
+    _, colours = centre("--color", "0=0000ff")
+    check(colours is not None and 0x0000ff in colours, "--color 0=0000ff: the margin is blue")
+    c, _ = centre("--color", "0=0000ff")
+    check(c not in (None, 0x7c7c7c), "--color 0=0000ff rewrites the ramp up to white at 4095")
 
 
 def test_preview_against_final(volume, modes):
@@ -379,6 +421,7 @@ def main():
         else:
             test_sizes_and_modes(volume, modes)
             test_block_volume(modes)
+            test_nodes(modes)
             test_preview_against_final(volume, modes)
             test_set(volume, modes)
             test_option_order(volume, modes)
