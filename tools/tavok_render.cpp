@@ -30,6 +30,7 @@
 #include "core/core.h"
 #include "core/seam.h"
 #include "output/png.h"
+#include "raycast/raycast.h"
 #include "slices/slices.h"
 #include "transfer/transfer.h"
 #include "volume/volume.h"
@@ -74,7 +75,8 @@ static const char usage_text[] =
     "  --eye X,Y,Z              eye position in voxels (default: the view after loading)\n"
     "  --forward X,Y,Z          view direction\n"
     "  --look-at X,Y,Z          view direction toward this point\n"
-    "  --up X,Y,Z               up direction\n"
+    "  --up X,Y,Z               the camera's up vector; image rows are laid along it from\n"
+    "                           the top, so it points to the bottom of the picture\n"
     "  --preview                write the quick preview instead of the final image\n"
     "  --time                   print the preview and final times in milliseconds\n"
     "  --bench N                render N times after a warm-up and print timings\n"
@@ -488,7 +490,6 @@ static void check_job(const RenderJob& job)
     if (!mode_is_rendered(mode))
         fail("%s %s: this render mode is not available yet", job.mode >= 0 ? "--mode" : "render mode",
              mode_name(mode));
-    if (job.blur > 0) fail("--blur: blurring is not available yet");
     if (!job.cuts.empty()) fail("--cut: cutting is not available yet");
     if (job.occlusion) fail("--occlusion: the occlusion calculation is not available yet");
 }
@@ -635,6 +636,7 @@ static void apply_job(const RenderJob& job)
 
     alloc_frame_buffers((uint32_t)job.width, (uint32_t)job.height, (uint32_t)job.height);
     compute_view_constants();
+    for (int k = 0; k < job.blur; ++k) blur_data();
 
     for (const NodeStep& step : job.nodes) apply_node(step);
     for (const SetStep& step : job.sets) apply_setting(step);
@@ -657,7 +659,44 @@ static double now_ms()
 struct PassTimes {
     double preview_ms;
     double final_ms;  // negative when no final ran
+    uint64_t preview_rays, final_rays;
 };
+
+// The rays a preview cast, read from what it leaves: each ray marks its pixel in mask (1 cast,
+// 2 cast and missed the box) and no pixel is cast twice, so the marks count the lattice rays
+// and the refining rays. (A refining ray whose first cell lies outside the grid stores nothing
+// and is not counted; it stops before it walks.) The firsthit preview keeps no mask: for it
+// only the first lattice, which is always cast whole, can be counted. The slice view is one
+// ray per pixel, met with the plane.
+static uint64_t preview_rays()
+{
+    const uint32_t w = render_target.width, h = render_target.height;
+    if (render_mode == 12) return (uint64_t)w * h;
+    if (render_mode == 2) {
+        const uint32_t L = (uint32_t)lattice_step;
+        return (uint64_t)((w + L - 1) / L) * ((h + L - 1) / L);
+    }
+    uint64_t n = 0;
+    const uint8_t* mask = render_target.mask;
+    for (size_t i = 0, end = (size_t)w * h; i < end; ++i) n += mask[i] != 0;
+    return n;
+}
+
+// The rays a final casts: one per pixel, except in the non-trilinear finals of modes 4, 6 and
+// 10, which keep the pixels the preview cast and cast the rest; column 0 is cast in any case.
+// Counted from the mask the preview left, before the final runs.
+static uint64_t final_rays()
+{
+    const uint32_t w = render_target.width, h = render_target.height;
+    bool keeps_preview_rays = interp_mode < 2 && (render_mode == 4 || render_mode == 6 || render_mode == 10);
+    if (!keeps_preview_rays) return (uint64_t)w * h;
+    const uint32_t m = (uint32_t)lattice_step - 1;
+    uint64_t n = 0;
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x)
+            n += x < 1 || (((x & m) != 0 || (y & m) != 0) && render_target.mask[(size_t)y * w + x] == 0);
+    return n;
+}
 
 static PassTimes render_once(bool preview_only)
 {
@@ -678,11 +717,13 @@ static PassTimes render_once(bool preview_only)
     // stays 0 through both passes; the check after them proves it.
     refresh = 0;
     final_pending = 0;
-    PassTimes t = {0.0, -1.0};
+    PassTimes t = {0.0, -1.0, 0, 0};
     double t0 = now_ms();
     run_preview();
     t.preview_ms = now_ms() - t0;
+    t.preview_rays = preview_rays();
     if (!preview_only && render_mode <= 10) {
+        t.final_rays = final_rays();
         t0 = now_ms();
         if (!run_final())
             fail("render mode %s has no final pass for --interp %s yet", mode_name(render_mode),
@@ -711,6 +752,8 @@ static void write_image(const char* path)
     }
 }
 
+// Rays per second over the median time: rays is the mean count of the timed runs (the same
+// view gives the same count each time).
 static void print_bench_line(const char* pass, std::vector<double> ms, double rays)
 {
     std::sort(ms.begin(), ms.end());
@@ -734,15 +777,19 @@ int main(int argc, char** argv)
     PassTimes t = render_once(job.preview);
     if (job.bench) {
         std::vector<double> preview_ms, final_ms;
+        double preview_rays = 0.0, final_rays = 0.0;
         for (int k = 0; k < job.bench; ++k) {
             t = render_once(job.preview);
             preview_ms.push_back(t.preview_ms);
-            if (t.final_ms >= 0.0) final_ms.push_back(t.final_ms);
+            preview_rays += (double)t.preview_rays / job.bench;
+            if (t.final_ms >= 0.0) {
+                final_ms.push_back(t.final_ms);
+                final_rays += (double)t.final_rays / job.bench;
+            }
         }
-        double pixels = (double)render_target.width * render_target.height;
-        print_bench_line("preview", preview_ms, pixels);
+        print_bench_line("preview", preview_ms, preview_rays);
         if (final_ms.empty()) printf("final: none\n");
-        else print_bench_line("final", final_ms, pixels);
+        else print_bench_line("final", final_ms, final_rays);
     }
     if (job.time) {
         printf("preview: %.3f ms\n", t.preview_ms);
