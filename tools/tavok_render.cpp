@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <chrono>
 #include <cmath>
 #include <cstdarg>
@@ -284,9 +285,9 @@ static SetStep parse_set(const char* arg)
         ok = parse_setting_value(setting->type, text, &step, 0);
     }
     if (!ok)
-        fail("--set %s: bad value '%s', it takes %s%s; valid names: %s", arg, text,
+        fail("--set %s: bad value '%s', it takes %s; valid names: %s", arg, text,
              setting->count == 3 && index < 0 ? "three numbers X,Y,Z" : type_words(setting->type),
-             "", valid_setting_names().c_str());
+             valid_setting_names().c_str());
     return step;
 }
 
@@ -386,13 +387,21 @@ static RenderJob parse_command_line(int argc, char** argv)
             job.output = value;
         } else if (option == "--size") {
             once(seen_size);
-            int w, h, used = 0;
-            if (sscanf(value, "%dx%d%n", &w, &h, &used) != 2 || value[used] || !isdigit((unsigned char)value[0]))
+            // Digits only on both sides: no sign, no space, no second x.
+            std::string size(value);
+            size_t x = size.find('x');
+            long w, h;
+            if (x == std::string::npos ||
+                size.find_first_not_of("0123456789", 0) != x ||
+                size.find_first_not_of("0123456789", x + 1) != std::string::npos ||
+                !parse_int(size.substr(0, x).c_str(), 0, LONG_MAX, &w) ||
+                !parse_int(size.substr(x + 1).c_str(), 0, LONG_MAX, &h))
                 fail("--size %s: needs WxH, as 1024x1024", value);
+            // A row is one stored deflate block of 4 * width + 1 bytes, which must fit 16 bits.
             if (w < 1 || h < 1 || w > 16383 || h > 16383)
                 fail("--size %s: width and height must be from 1 to 16383", value);
-            job.width = w;
-            job.height = h;
+            job.width = (int)w;
+            job.height = (int)h;
         } else if (option == "--blur") {
             once(seen_blur);
             if (!parse_int(value, 0, 1000, &n)) fail("--blur %s: needs a count from 0 to 1000", value);

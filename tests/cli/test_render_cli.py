@@ -368,6 +368,8 @@ def test_errors(volume, modes):
         ([volume, "--size", "10xab"], "needs WxH", "bad size"),
         ([volume, "--size", "10x10x"], "needs WxH", "size with trailing text"),
         ([volume, "--size", "-5x10"], "needs WxH", "negative size"),
+        ([volume, "--size", "5x 10"], "needs WxH", "size with a space"),
+        ([volume, "--size", "99999999999999999999x10"], "needs WxH", "size past the long range"),
         (["-o", os.path.join(TMP, "error.png"), volume, "--size"], "--size needs a value",
          "option without value"),
         ([volume, "--blur", "two"], "--blur two", "bad blur count"),
