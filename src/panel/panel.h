@@ -2,10 +2,12 @@
 // dialogs, and the signal handlers that write the render settings.
 //
 // tavok executable only (links GTK). The library reaches the panel through seam.h, whose GTK
-// side lives here too (seam_gtk.cpp).
+// side lives here too (seam_gtk.cpp). Handlers run on the main thread inside gui_pump (also in
+// the middle of a final pass) or at once when a seam door sets a widget's value.
 #pragma once
 #include <gtk/gtk.h>
 
+// Kept by init_control_panel; live to the end of the process.
 extern GtkWidget* gui_window;       // the top-level panel window
 extern GMainLoop* gui_main_loop;    // created running; only its running state is asked
 extern int gui_destroyed;           // the panel window was destroyed
@@ -16,8 +18,27 @@ extern GtkWidget* GUIprogressBarSmoothenData;
 // A file named on the command line: the chooser hands it to the first load request.
 extern char* pending_load_name;
 
+// The widget tree, every widget registered on the window under its name, the handlers
+// connected once it stands. Not yet shown.
 GtkWidget* build_control_panel();
+// Main loop state, gtk_init, the tree shown, the panel defaults (light colour and vector,
+// isovalue) and their widgets, the chooser's file filters, the progress bars, the edge colour.
 void init_control_panel(int* argc, char*** argv);
+// The widget registered under name in the top-level window (or dialog) of widget; null and the
+// warning "Widget not found: %s" when there is none.
 GtkWidget* lookup_widget(GtkWidget* widget, const gchar* name);
+// The save dialog of "Take Screenshot" and "Render to File", with its own registered names.
 GtkWidget* create_screenshot_dialog();
 GtkWidget* create_color_dialog();
+
+// Connects every handler of the panel to its widget (handlers.cpp); build_control_panel calls
+// it last.
+void connect_panel_signals(GtkWidget* window);
+
+// The file name rule of both image buttons: a malloc'ed copy of name with ".png" added unless
+// name is at least 6 characters long and ends in ".png" in any case. Prints what it decides and
+// "saving to file %s". Lowers the case of name's last four characters in place (name only).
+char* screenshot_path(char* name);
+// "clicked" of GUIstandardScreenshot: asks for a file name and saves the image area of the
+// window surface (the first render_target.height rows) as PNG. Nothing without a volume.
+void take_screenshot(GtkButton* button, gpointer);

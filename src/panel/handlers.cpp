@@ -1,0 +1,868 @@
+// handlers.cpp — the panel's signal handlers: each writes its render setting and sets refresh,
+// so the next frame shows a preview; none renders. Also "Take Screenshot" and its file name
+// rule, and connect_panel_signals, which hangs every handler on its widget.
+//
+// Handlers run on the main thread inside gui_pump, in the middle of a final pass too, or at
+// once when input, reset_slices or another handler sets a widget. Setting a toggle button from
+// a handler runs that button's handler when its state really changes (a "fan-out"), and the
+// nested handler finishes before the outer one goes on, so the order of the lines inside a
+// handler is behaviour. Radio handlers marked "both" run for the button that loses the
+// selection and then for the one that gains it; the second decides.
+//
+// Must not touch the frame buffers, the grid or the node lists, nor call a render pass.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/core.h"
+#include "output/png.h"
+#include "panel/panel.h"
+#include "slices/slices.h"
+#include "transfer/transfer.h"
+#include "volume/volume.h"
+
+static GtkWidget* widget(const char* name) { return lookup_widget(gui_window, name); }
+
+static int active(GtkToggleButton* b) { return gtk_toggle_button_get_active(b) == 1; }
+static int is_active(const char* name) { return active(GTK_TOGGLE_BUTTON(widget(name))); }
+static void set_active(const char* name, int on)
+{
+    gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(widget(name)), on);
+}
+static void set_range(const char* name, double v) { gtk_range_set_value(GTK_RANGE(widget(name)), v); }
+static void set_spin(const char* name, double v) { gtk_spin_button_set_value(GTK_SPIN_BUTTON(widget(name)), v); }
+static double value(GtkRange* r) { return gtk_range_get_value(r); }
+static double value(GtkSpinButton* s) { return gtk_spin_button_get_value(s); }
+
+static void show_vector(const char* const names[3], const float* v)
+{
+    for (int i = 0; i < 3; ++i) {
+        char text[16];
+        snprintf(text, sizeof text, "%+4.3f", v[i]);
+        gtk_entry_set_text(GTK_ENTRY(widget(names[i])), text);
+    }
+}
+
+// Every setting the occlusion worker reads is written only after this: a running worker is
+// stopped and joined, and the cancel flag is put back so that the next start runs.
+static void shadow_guard()
+{
+    if (shadow_running == 1) {
+        stop_shadow_thread();
+        shadow_cancel = 0;
+    }
+}
+
+// The render mode of a page of the 3D tabs. Page 0 is cuberille or, with the isovalue radio,
+// interpolated first hit.
+static int mode_of_3d_page(int page)
+{
+    switch (page) {
+    case 0: return is_active("GUIStepfuncIsoval") ? 2 : 0;
+    case 1: return 4;
+    case 2: return 6;
+    case 3: return 8;
+    case 4: return 10;
+    default: return 0;
+    }
+}
+
+static int current_3d_page() { return gtk_notebook_get_current_page(GTK_NOTEBOOK(widget("GUI3DTabs"))); }
+
+// Reads the colour of a colour button into a packed setting: the pixel value that the system
+// colormap gives, which on a true-colour display is 0xRRGGBB. A colour that can't be had keeps
+// the old setting.
+static void take_button_color(GtkColorButton* button, uint32_t* setting)
+{
+    GdkColor c;
+    gtk_color_button_get_color(button, &c);
+    GdkColormap* colormap = gdk_colormap_get_system();
+    if (!gdk_colormap_alloc_color(colormap, &c, FALSE, TRUE)) {
+        puts("GTK+ color selection failure!");
+        return;
+    }
+    *setting = (uint32_t)c.pixel;
+    gdk_colormap_free_colors(colormap, &c, 1);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Load and file buttons.
+
+static void on_loadvolume_selection_changed(GtkFileChooser*, gpointer)
+{
+    // The load itself runs in the frame loop, between two frames.
+    load_requested = 1;
+}
+
+static void on_smooth_data_clicked(GtkButton*, gpointer)
+{
+    // "Blur Data" calls blur_data on a loaded volume; blur_data comes with the gradients room,
+    // which this build does not have yet, so until then the button does nothing.
+}
+
+static void on_render_to_file_clicked(GtkButton*, gpointer)
+{
+    // "Render to File" is render_to_file of the output room, which this build does not have
+    // yet; until then the button does nothing.
+}
+
+// ---------------------------------------------------------------------------------------------
+// Notebooks. switch_page comes before the notebook shows the new page, so the new page is the
+// signal's argument, not the notebook's current page.
+
+static void on_rendermode_tabs_switch_page(GtkNotebook*, GtkNotebookPage*, guint page, gpointer)
+{
+    int before = render_mode;
+    view_kind = 20;
+    set_active("GUICuttingView", 0);
+    switch (page) {
+    case 0:
+        render_mode = 12;
+        set_active("GUIswitch3D", 0);
+        refresh = 1;
+        break;
+    case 1:
+        render_mode = mode_of_3d_page(current_3d_page());
+        if (render_mode != before) refresh = 1;
+        break;
+    case 2: break;
+    case 3:
+        if (render_mode == 12) {
+            render_mode = mode_of_3d_page(current_3d_page());
+            refresh = 1;
+        }
+        break;
+    default: break;
+    }
+}
+
+static void on_3d_tabs_switch_page(GtkNotebook*, GtkNotebookPage*, guint page, gpointer)
+{
+    int before = render_mode;
+    switch (page) {
+    case 0:
+        // Back on First Hit with a first-hit mode already set: nothing at all.
+        if (render_mode == 0 || render_mode == 2) return;
+        render_mode = mode_of_3d_page(0);
+        break;
+    case 1: render_mode = 4; break;
+    case 2: render_mode = 6; break;
+    case 3:
+        render_mode = 8;
+        puts("region boundary surface tab");
+        break;
+    case 4:
+        render_mode = 10;
+        puts("isovalue contour surface tab");
+        break;
+    default: render_mode = 0; break;
+    }
+    if (render_mode != before) refresh = 1;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Slices tab.
+
+static void on_slice_usetf_toggled(GtkToggleButton* b, gpointer)
+{
+    slice_use_tf = active(b);
+    refresh = 1;
+}
+
+static void on_slice_filter_toggled(GtkToggleButton* b, gpointer)
+{
+    slice_filter = active(b);
+    refresh = 1;
+}
+
+static void on_slice_recenter_toggled(GtkToggleButton* b, gpointer)
+{
+    slice_recenter = active(b);
+    if (slice_recenter) make_slice_basis();
+    refresh = 1;
+}
+
+static void on_slice3d_toggled(GtkToggleButton* b, gpointer)
+{
+    if (active(b)) slice_kind = 3;
+    make_slice_basis();
+    refresh = 1;
+}
+
+template <int Axis> static void on_slice_normal_changed(GtkSpinButton* s, gpointer)
+{
+    slice_normal[Axis] = (float)value(s);
+    make_slice_basis();
+    set_active("GUIslice3D", 1);
+    slice_kind = 3;
+    refresh = 1;
+}
+
+static void on_slice_d_changed(GtkSpinButton* s, gpointer)
+{
+    slice_d = (float)value(s);
+    set_active("GUIslice3D", 1);
+    slice_kind = 3;
+    // A held spin arrow redraws every fifth step; the release redraws in any case.
+    if ((int)slice_d % 5 == 0) refresh = 1;
+}
+
+static gboolean on_slice_d_button_release(GtkWidget*, GdkEventButton*, gpointer)
+{
+    set_active("GUIslice3D", 1);
+    slice_kind = 3;
+    refresh = 1;
+    return FALSE;
+}
+
+static void show_slice_normal()
+{
+    set_spin("GUIsliceNX", slice_normal[0]);
+    set_spin("GUIsliceNY", slice_normal[1]);
+    set_spin("GUIsliceNZ", slice_normal[2]);
+}
+
+static void on_switch3d_toggled(GtkToggleButton* b, gpointer)
+{
+    if (active(b)) {
+        // The cuberille view from the camera that the plane's basis placed.
+        set_active("GUIslice3D", 1);
+        slice_kind = 3;
+        render_mode = 0;
+    } else {
+        // Back to the slice: the plane follows wherever the camera went meanwhile.
+        for (int i = 0; i < 3; ++i) {
+            slice_center[i] = ipos[i];
+            slice_normal[i] = slice_normal_unit[i] = ifor[i];
+            slice_u[i] = istr[i];
+            slice_v[i] = iup[i];
+        }
+        render_mode = 12;
+        make_slice_basis();
+        show_slice_normal();
+    }
+    refresh = 1;
+}
+
+static void on_norm3d_clicked(GtkButton*, gpointer)
+{
+    slice_kind = 3;
+    set_active("GUIslice3D", 1);
+    puts("redisplay correct normal vec-components");
+    show_slice_normal();
+    refresh = 1;
+}
+
+template <int Kind> static void on_slice_axis_toggled(GtkToggleButton* b, gpointer)
+{
+    render_mode = 12;
+    set_active("GUIswitch3D", 0);
+    if (active(b)) slice_kind = Kind;
+    refresh = 1;
+}
+
+static void on_slider_yz_changed(GtkRange* r, gpointer)
+{
+    render_mode = 12;
+    slice_x = slice_index_at(vol_x, value(r));
+    set_active("GUIswitch3D", 0);
+    refresh = 1;
+}
+
+static void on_slider_xz_changed(GtkRange* r, gpointer)
+{
+    render_mode = 12;
+    slice_y = slice_index_at(vol_y, value(r));
+    set_active("GUIswitch3D", 0);
+    refresh = 1;
+}
+
+static void on_slider_xy_changed(GtkRange* r, gpointer)
+{
+    render_mode = 12;
+    slice_z = slice_index_at(vol_z, value(r));
+    set_active("GUIswitch3D", 0);
+    // Only this slider brings its radio up; the two others leave the slice kind alone.
+    set_active("GUIsliceXY", 1);
+    refresh = 1;
+}
+
+// Clicking a slice slider (it takes the focus) shows its slice kind; no refresh of its own.
+static void on_slider_yz_grab_focus(GtkWidget*, gpointer)
+{
+    set_active("GUIsliceYZ", 1);
+    render_mode = 12;
+    set_active("GUIswitch3D", 0);
+}
+
+static void on_slider_xz_grab_focus(GtkWidget*, gpointer)
+{
+    set_active("GUIsliceXZ", 1);
+    render_mode = 12;
+    set_active("GUIswitch3D", 0);
+}
+
+static void on_slider_xy_grab_focus(GtkWidget*, gpointer)
+{
+    set_active("GUIsliceXY", 1);
+    render_mode = 12;
+    set_active("GUIswitch3D", 0);
+}
+
+static void on_slider_zoom_changed(GtkRange* r, gpointer)
+{
+    float old = slice_zoom;
+    float zoom = (float)(value(r) * 1024.0);
+    if (zoom < 3.0f) zoom = 3.0f;
+    if (zoom > 1024.0f) zoom = 1024.0f;
+    slice_zoom = zoom;
+    render_mode = 12;
+    set_active("GUIswitch3D", 0);
+    if (slice_kind == 3) move_slice_along_view(slice_zoom - old);
+    refresh = 1;
+}
+
+// ---------------------------------------------------------------------------------------------
+// 3D tab.
+
+template <int Mode> static void on_interpolation_toggled(GtkToggleButton*, gpointer)  // both
+{
+    interp_mode = Mode;
+    refresh = 1;
+}
+
+static void on_stepsize_changed(GtkSpinButton* s, gpointer)
+{
+    sample_stepsize = (float)value(s);
+    interp_mode = 2;
+    set_active("GUI3DIpolTrilin", 1);
+    refresh = 1;
+}
+
+static void on_noip_standard_toggled(GtkToggleButton*, gpointer)  // both
+{
+    render_mode = 0;
+    refresh = 1;
+}
+
+template <int Model> static void on_light_model_toggled(GtkToggleButton*, gpointer)  // both
+{
+    // The light models belong to the cuberille: its radio comes first, its handler sets mode 0.
+    set_active("GUInoipStandard", 1);
+    light_model = Model;
+    refresh = 1;
+}
+
+static void on_stepfunc_isoval_toggled(GtkToggleButton* b, gpointer)
+{
+    if (active(b)) render_mode = 2;
+    refresh = 1;
+}
+
+// The isovalue sliders of First Hit and ICS show one value: each sets both, the other's handler
+// runs once with the same value and the next set changes nothing.
+static void on_isovalue_changed(GtkRange* r, gpointer)
+{
+    double v = value(r);
+    isovalue = (int)v;
+    render_mode = current_3d_page() != 0 ? 10 : 2;
+    set_range("GUIStepfuncIsovalSlider", v);
+    set_range("GUIISCIsovalSlider", v);
+    set_active("GUIStepfuncIsoval", 1);
+    draw_tf_backdrop();
+    refresh = 1;
+}
+
+static void on_isovalue_grab_focus(GtkWidget*, gpointer)
+{
+    render_mode = current_3d_page() == 0 ? 2 : 10;
+    set_active("GUIStepfuncIsoval", 1);
+    refresh = 1;
+}
+
+static const char* const isoval_multi[4] = {"GUI_isovalMulti1", "GUI_isovalMulti2", "GUI_isovalMulti3",
+                                            "GUI_isovalMulti4"};
+static const char* const isoval_multi_slider[4] = {"GUI_isovalMulti1Slider", "GUI_isovalMulti2Slider",
+                                                   "GUI_isovalMulti3Slider", "GUI_isovalMulti4Slider"};
+static const char* const ics_multi[4] = {"GUI_icsMulti1", "GUI_icsMulti2", "GUI_icsMulti3", "GUI_icsMulti4"};
+static const char* const ics_multi_isoval[4] = {"GUI_icsMulti1_isoval", "GUI_icsMulti2_isoval",
+                                                "GUI_icsMulti3_isoval", "GUI_icsMulti4_isoval"};
+static const char* const ics_multi_thick[4] = {"GUI_icsMulti1_thick", "GUI_icsMulti2_thick",
+                                               "GUI_icsMulti3_thick", "GUI_icsMulti4_thick"};
+
+// The extra surfaces have a check box and an isovalue slider in both the First Hit and the ICS
+// tab; each mirrors its partner.
+template <int N> static void on_isoval_multi_toggled(GtkToggleButton* b, gpointer)
+{
+    surface_on[N] = active(b);
+    set_active(ics_multi[N], surface_on[N]);
+    draw_tf_backdrop();
+    refresh = 1;
+}
+
+template <int N> static void on_ics_multi_toggled(GtkToggleButton* b, gpointer)
+{
+    surface_on[N] = active(b);
+    set_active(isoval_multi[N], surface_on[N]);
+    draw_tf_backdrop();
+    refresh = 1;
+}
+
+template <int N> static void on_isoval_multi_changed(GtkRange* r, gpointer)
+{
+    surface_isovalue[N] = (int)value(r);
+    set_range(ics_multi_isoval[N], surface_isovalue[N]);
+    draw_tf_backdrop();
+    refresh = 1;
+}
+
+template <int N> static void on_ics_multi_isoval_changed(GtkRange* r, gpointer)
+{
+    surface_isovalue[N] = (int)value(r);
+    set_range(isoval_multi_slider[N], surface_isovalue[N]);
+    draw_tf_backdrop();
+    refresh = 1;
+}
+
+template <int N> static void on_ics_multi_thick_changed(GtkRange* r, gpointer)
+{
+    surface_thickness[N] = (float)value(r);
+    draw_tf_backdrop();
+    refresh = 1;
+}
+
+static void on_edge_toggled(GtkToggleButton* b, gpointer)
+{
+    edge_enabled = active(b);
+    refresh = 1;
+}
+
+static void on_edge_strength_changed(GtkRange* r, gpointer)
+{
+    edge_strength = (float)value(r);
+    refresh = 1;
+}
+
+static void on_edge_slider_grab_focus(GtkWidget*, gpointer) {}
+
+static void on_edge_color_set(GtkColorButton* b, gpointer)
+{
+    take_button_color(b, &edge_color);
+    refresh = 1;
+}
+
+static void on_toon_toggled(GtkToggleButton* b, gpointer)
+{
+    if (active(b)) {
+        toon_shading = 1;
+    } else {
+        // The pencil is a kind of toon shading: it goes with it.
+        toon_shading = 0;
+        pencil_sketch = 0;
+        set_active("GUIpencilSketch", 0);
+    }
+    refresh = 1;
+}
+
+static void on_pencil_toggled(GtkToggleButton* b, gpointer)
+{
+    if (active(b)) {
+        pencil_sketch = 1;
+        toon_shading = 1;
+        set_active("GUIToonshadeToggle", 1);
+    } else {
+        pencil_sketch = 0;  // toon shading stays on
+    }
+    refresh = 1;
+}
+
+// One shading order for all three tabs. Setting a radio button inactive changes nothing while it
+// is the only active one of its group, so the chain runs through the buttons that gain.
+static void on_preshading_toggled(GtkToggleButton* b, gpointer)
+{
+    int on = active(b);
+    pre_shading = on;
+    set_active("GUIpreshadingFH", on);
+    set_active("GUIpreshadingRBS", on);
+    set_active("GUIpreshadingICS", on);
+    refresh = 1;
+}
+
+static void on_postshading_toggled(GtkToggleButton* b, gpointer)
+{
+    int on = active(b);
+    pre_shading = !on;
+    set_active("GUIpostshadingFH", on);
+    set_active("GUIpostshadingRBS", on);
+    set_active("GUIpostshadingICS", on);
+    refresh = 1;
+}
+
+// One "Faint Whisps" setting for the four compositing tabs: each check box sets the others,
+// whose handlers run until all four agree.
+static void on_faint_toggled(GtkToggleButton* b, gpointer)
+{
+    int on = active(b);
+    faint_whisps = on;
+    set_active("GUImaxipFaint", on);
+    set_active("GUIavgFaint", on);
+    set_active("GUIrbsFaint", on);
+    set_active("GUIicsFaint", on);
+    refresh = 1;
+}
+
+static void on_rbs_dissolve_toggled(GtkToggleButton* b, gpointer)
+{
+    rbs_dissolve = active(b);
+    refresh = 1;
+}
+
+static void on_ics_dissolve_toggled(GtkToggleButton* b, gpointer)
+{
+    ics_dissolve = active(b);
+    refresh = 1;
+}
+
+static void on_rbs_grad_dep_changed(GtkRange* r, gpointer)
+{
+    // The slider runs 0.1 to 1, the setting 10 to 1.
+    rbs_grad_dep = (float)(1.0 / value(r));
+    refresh = 1;
+}
+
+static void on_rbs_alpha_toggled(GtkToggleButton* b, gpointer)
+{
+    rbs_alpha_correction = active(b);
+    refresh = 1;
+}
+
+static void on_ics_alpha_toggled(GtkToggleButton* b, gpointer)
+{
+    ics_alpha_correction = active(b);
+    refresh = 1;
+}
+
+static void on_ics_thickness_changed(GtkRange* r, gpointer)
+{
+    ics_thickness = (float)value(r);
+    refresh = 1;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Light and shadow tab.
+
+static void on_light_color_set(GtkColorButton* b, gpointer)
+{
+    take_button_color(b, &light_color);
+    puts("light color set!");
+    refresh = 1;
+}
+
+static void on_light_dir_clicked(GtkButton*, gpointer)
+{
+    for (int i = 0; i < 3; ++i) light_dir[i] = ifor[i];
+    normalize3(light_dir);
+    static const char* const entries[3] = {"GUI_lightX", "GUI_lightY", "GUI_lightZ"};
+    show_vector(entries, light_dir);
+    refresh = 1;
+}
+
+static void on_ambient_changed(GtkRange* r, gpointer)
+{
+    light_ambient = (float)value(r);
+    refresh = 1;
+}
+
+static void on_diffuse_changed(GtkRange* r, gpointer)
+{
+    light_diffuse = (float)value(r);
+    refresh = 1;
+}
+
+static void on_specular_changed(GtkRange* r, gpointer)
+{
+    light_specular = (float)value(r);
+    refresh = 1;
+}
+
+static void on_exponent_changed(GtkRange* r, gpointer)
+{
+    light_exponent = (float)value(r);
+    refresh = 1;
+}
+
+// The shadow settings change only the next occlusion calculation: no refresh.
+static void on_shadow_stepsize_changed(GtkRange* r, gpointer)
+{
+    shadow_guard();
+    shadow_stepsize = (float)value(r);
+}
+
+static void on_soft_shadow_toggled(GtkToggleButton* b, gpointer)
+{
+    if (!active(b)) return;
+    shadow_guard();
+    shadow_kind = 1;
+}
+
+static void on_hard_shadow_toggled(GtkToggleButton* b, gpointer)
+{
+    if (!active(b)) return;
+    shadow_guard();
+    shadow_kind = 2;
+}
+
+static void on_shadow_precalc_clicked(GtkButton*, gpointer)
+{
+    // "Precalculate Occlusions" starts the occlusion worker (start_occlusion), which this build
+    // does not have yet; until then the button does nothing.
+}
+
+static void on_smooth_shadows_clicked(GtkButton*, gpointer)
+{
+    // "Blur Shadows" smooths the occlusion field (blur_shadows), which this build does not have
+    // yet; until then the button does nothing.
+}
+
+static void on_occlusion_blend_toggled(GtkToggleButton* b, gpointer)
+{
+    use_occlusion = active(b);
+    refresh = 1;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Cutting tab.
+
+static void on_cutting_view_toggled(GtkToggleButton* b, gpointer)
+{
+    view_kind = active(b) ? 10 : 20;
+    // The abstract view stands in for a 3D mode; from the slice view it picks the first hit kind.
+    if (render_mode == 12) render_mode = is_active("GUIStepfuncIsoval") ? 2 : 0;
+    refresh = 1;
+}
+
+static void on_cut_with_plane_toggled(GtkToggleButton*, gpointer)  // both
+{
+    cut_kind = 1;
+    refresh = 1;
+}
+
+static void on_cut_with_sphere_toggled(GtkToggleButton*, gpointer)  // both
+{
+    cut_kind = 2;
+    refresh = 1;
+}
+
+// Which side of the sphere goes shows only when the cut is applied: no refresh.
+static void on_cut_inside_toggled(GtkToggleButton*, gpointer) { cut_sphere_side = 3; }   // both
+static void on_cut_outside_toggled(GtkToggleButton*, gpointer) { cut_sphere_side = 4; }  // both
+
+static void on_cut_plane_normal_clicked(GtkButton*, gpointer)
+{
+    for (int i = 0; i < 3; ++i) cut_plane_n[i] = ifor[i];
+    normalize3(cut_plane_n);
+    static const char* const entries[3] = {"GUICuttingPlaneNX", "GUICuttingPlaneNY", "GUICuttingPlaneNZ"};
+    show_vector(entries, cut_plane_n);
+    refresh = 1;
+}
+
+// The cut sliders run -1 to 1 (radius 0 to 1) in units of the volume diagonal, in the same
+// single-precision arithmetic as the load path, which takes them again for each volume.
+static void on_cut_plane_d_changed(GtkRange* r, gpointer)
+{
+    cut_plane_d = -0.5f * vol_diag + (float)value(r) * 2.0f * vol_diag;
+    refresh = 1;
+}
+
+template <int Axis> static void on_sphere_center_changed(GtkRange* r, gpointer)
+{
+    cut_sphere_center[Axis] = (float)value(r) * vol_diag;
+    refresh = 1;
+}
+
+static void on_sphere_radius_changed(GtkRange* r, gpointer)
+{
+    float radius = (float)value(r) * vol_diag;
+    cut_sphere_r2 = radius * radius;
+    refresh = 1;
+}
+
+static void on_cut_apply_clicked(GtkButton*, gpointer)
+{
+    // "Apply Cut" calls apply_cut of the cutting room, which this build does not have yet;
+    // until then the button does nothing.
+}
+
+// ---------------------------------------------------------------------------------------------
+// Take Screenshot.
+
+char* screenshot_path(char* name)
+{
+    size_t n = strlen(name);
+    char* path = (char*)malloc(n + 5);
+    if (!path) clean_up_and_exit(0, "out of mem - filesaving");
+    memcpy(path, name, n + 1);
+    if (n < 6) {
+        // Short names get the ending whatever they are: "x.png" becomes "x.png.png".
+        puts("adding <.png> to filename!");
+        strcat(path, ".png");
+    } else {
+        char* tail = name + n - 4;
+        printf("\t%s\n", tail);
+        for (int i = 0; i < 4; ++i)
+            if (tail[i] >= 'A' && tail[i] <= 'Z') tail[i] = (char)(tail[i] - 'A' + 'a');
+        if (strcmp(tail, ".png") != 0) {
+            puts("\tadding <.png> to filename!");
+            strcat(path, ".png");
+        } else {
+            puts("\tit's a <.png>");
+        }
+    }
+    printf("saving to file %s\n", path);
+    return path;
+}
+
+void take_screenshot(GtkButton*, gpointer)
+{
+    GtkWidget* dialog = create_screenshot_dialog();
+    if (volume_loaded && gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_OK) {
+        gchar* name = gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(dialog));
+        if (!name || !name[0]) {
+            puts("no file name given: nothing saved");
+        } else if (!screen_pixels) {
+            puts("no window image to save");
+        } else {
+            char* path = screenshot_path(name);
+            // The window surface has no row padding: its image area is the first
+            // width * height pixels, the editor strip below is left out.
+            const int w = (int)render_target.width, h = (int)render_target.height;
+            png_open(path, w, h);
+            const uint32_t* pixels = screen_pixels;
+            for (size_t i = 0, count = (size_t)w * h; i < count; ++i) png_put_pixel(pixels[i]);
+            free(path);
+        }
+        g_free(name);
+    }
+    gtk_widget_destroy(dialog);
+}
+
+// ---------------------------------------------------------------------------------------------
+
+void connect_panel_signals(GtkWidget* window)
+{
+    auto on = [window](const char* name, const char* signal, GCallback handler) {
+        g_signal_connect(G_OBJECT(lookup_widget(window, name)), signal, handler, nullptr);
+    };
+    on("GUIloadvolume", "selection_changed", G_CALLBACK(on_loadvolume_selection_changed));
+    on("GUIsmoothData", "clicked", G_CALLBACK(on_smooth_data_clicked));
+    on("GUIstandardScreenshot", "clicked", G_CALLBACK(take_screenshot));
+    on("GUIscreenshotButton", "clicked", G_CALLBACK(on_render_to_file_clicked));
+    on("GUIrendermodeTabs", "switch_page", G_CALLBACK(on_rendermode_tabs_switch_page));
+    on("GUI3DTabs", "switch_page", G_CALLBACK(on_3d_tabs_switch_page));
+
+    on("GUIsliceUsetf", "toggled", G_CALLBACK(on_slice_usetf_toggled));
+    on("GUIsliceFilter", "toggled", G_CALLBACK(on_slice_filter_toggled));
+    on("GUIsliceRecenter", "toggled", G_CALLBACK(on_slice_recenter_toggled));
+    on("GUIslice3D", "toggled", G_CALLBACK(on_slice3d_toggled));
+    on("GUIsliceNX", "value_changed", G_CALLBACK(on_slice_normal_changed<0>));
+    on("GUIsliceNY", "value_changed", G_CALLBACK(on_slice_normal_changed<1>));
+    on("GUIsliceNZ", "value_changed", G_CALLBACK(on_slice_normal_changed<2>));
+    on("GUIsliceD", "value_changed", G_CALLBACK(on_slice_d_changed));
+    on("GUIsliceD", "button_release_event", G_CALLBACK(on_slice_d_button_release));
+    on("GUIswitch3D", "toggled", G_CALLBACK(on_switch3d_toggled));
+    on("GUInorm3D", "clicked", G_CALLBACK(on_norm3d_clicked));
+    on("GUIsliceXY", "toggled", G_CALLBACK(on_slice_axis_toggled<0>));
+    on("GUIsliceXZ", "toggled", G_CALLBACK(on_slice_axis_toggled<1>));
+    on("GUIsliceYZ", "toggled", G_CALLBACK(on_slice_axis_toggled<2>));
+    on("GUIsliderYZ", "value_changed", G_CALLBACK(on_slider_yz_changed));
+    on("GUIsliderXZ", "value_changed", G_CALLBACK(on_slider_xz_changed));
+    on("GUIsliderXY", "value_changed", G_CALLBACK(on_slider_xy_changed));
+    on("GUIsliderYZ", "grab_focus", G_CALLBACK(on_slider_yz_grab_focus));
+    on("GUIsliderXZ", "grab_focus", G_CALLBACK(on_slider_xz_grab_focus));
+    on("GUIsliderXY", "grab_focus", G_CALLBACK(on_slider_xy_grab_focus));
+    on("GUIsliderZoom", "value_changed", G_CALLBACK(on_slider_zoom_changed));
+
+    on("GUI3DNoIpol", "toggled", G_CALLBACK(on_interpolation_toggled<0>));
+    on("GUI3DInterpol", "toggled", G_CALLBACK(on_interpolation_toggled<1>));
+    on("GUI3DIpolTrilin", "toggled", G_CALLBACK(on_interpolation_toggled<2>));
+    on("GUIstepsize", "value_changed", G_CALLBACK(on_stepsize_changed));
+    on("GUInoipStandard", "toggled", G_CALLBACK(on_noip_standard_toggled));
+    on("GUI3DNoLightmodel", "toggled", G_CALLBACK(on_light_model_toggled<0>));
+    on("GUI3DSimpleLightmodel", "toggled", G_CALLBACK(on_light_model_toggled<1>));
+    on("GUIpureShadowInfo", "toggled", G_CALLBACK(on_light_model_toggled<2>));
+    on("GUIStepfuncIsoval", "toggled", G_CALLBACK(on_stepfunc_isoval_toggled));
+    on("GUIStepfuncIsovalSlider", "value_changed", G_CALLBACK(on_isovalue_changed));
+    on("GUIISCIsovalSlider", "value_changed", G_CALLBACK(on_isovalue_changed));
+    on("GUIStepfuncIsovalSlider", "grab_focus", G_CALLBACK(on_isovalue_grab_focus));
+    on("GUIISCIsovalSlider", "grab_focus", G_CALLBACK(on_isovalue_grab_focus));
+    static const GCallback isoval_multi_toggled[4] = {
+        G_CALLBACK(on_isoval_multi_toggled<0>), G_CALLBACK(on_isoval_multi_toggled<1>),
+        G_CALLBACK(on_isoval_multi_toggled<2>), G_CALLBACK(on_isoval_multi_toggled<3>)};
+    static const GCallback ics_multi_toggled[4] = {
+        G_CALLBACK(on_ics_multi_toggled<0>), G_CALLBACK(on_ics_multi_toggled<1>),
+        G_CALLBACK(on_ics_multi_toggled<2>), G_CALLBACK(on_ics_multi_toggled<3>)};
+    static const GCallback isoval_multi_changed[4] = {
+        G_CALLBACK(on_isoval_multi_changed<0>), G_CALLBACK(on_isoval_multi_changed<1>),
+        G_CALLBACK(on_isoval_multi_changed<2>), G_CALLBACK(on_isoval_multi_changed<3>)};
+    static const GCallback ics_multi_isoval_changed[4] = {
+        G_CALLBACK(on_ics_multi_isoval_changed<0>), G_CALLBACK(on_ics_multi_isoval_changed<1>),
+        G_CALLBACK(on_ics_multi_isoval_changed<2>), G_CALLBACK(on_ics_multi_isoval_changed<3>)};
+    static const GCallback ics_multi_thick_changed[4] = {
+        G_CALLBACK(on_ics_multi_thick_changed<0>), G_CALLBACK(on_ics_multi_thick_changed<1>),
+        G_CALLBACK(on_ics_multi_thick_changed<2>), G_CALLBACK(on_ics_multi_thick_changed<3>)};
+    for (int n = 0; n < 4; ++n) {
+        on(isoval_multi[n], "toggled", isoval_multi_toggled[n]);
+        on(ics_multi[n], "toggled", ics_multi_toggled[n]);
+        on(isoval_multi_slider[n], "value_changed", isoval_multi_changed[n]);
+        on(ics_multi_isoval[n], "value_changed", ics_multi_isoval_changed[n]);
+        on(ics_multi_thick[n], "value_changed", ics_multi_thick_changed[n]);
+    }
+    on("GUIEdgeDetectionToggle", "toggled", G_CALLBACK(on_edge_toggled));
+    on("GUIEdgeDetectionSlider", "value_changed", G_CALLBACK(on_edge_strength_changed));
+    on("GUIEdgeDetectionSlider", "grab_focus", G_CALLBACK(on_edge_slider_grab_focus));
+    on("GUIedgeColor", "color_set", G_CALLBACK(on_edge_color_set));
+    on("GUIToonshadeToggle", "toggled", G_CALLBACK(on_toon_toggled));
+    on("GUIpencilSketch", "toggled", G_CALLBACK(on_pencil_toggled));
+    on("GUIpreshadingFH", "toggled", G_CALLBACK(on_preshading_toggled));
+    on("GUIpreshadingRBS", "toggled", G_CALLBACK(on_preshading_toggled));
+    on("GUIpreshadingICS", "toggled", G_CALLBACK(on_preshading_toggled));
+    on("GUIpostshadingFH", "toggled", G_CALLBACK(on_postshading_toggled));
+    on("GUIpostshadingRBS", "toggled", G_CALLBACK(on_postshading_toggled));
+    on("GUIpostshadingICS", "toggled", G_CALLBACK(on_postshading_toggled));
+    on("GUImaxipFaint", "toggled", G_CALLBACK(on_faint_toggled));
+    on("GUIavgFaint", "toggled", G_CALLBACK(on_faint_toggled));
+    on("GUIrbsFaint", "toggled", G_CALLBACK(on_faint_toggled));
+    on("GUIicsFaint", "toggled", G_CALLBACK(on_faint_toggled));
+    on("GUIrbsDissolve", "toggled", G_CALLBACK(on_rbs_dissolve_toggled));
+    on("GUIicsDissolve", "toggled", G_CALLBACK(on_ics_dissolve_toggled));
+    on("GUI_rbsGradDep", "value_changed", G_CALLBACK(on_rbs_grad_dep_changed));
+    on("GUI_rbsAlphaCorrection", "toggled", G_CALLBACK(on_rbs_alpha_toggled));
+    on("GUI_icsAlphaCorrection", "toggled", G_CALLBACK(on_ics_alpha_toggled));
+    on("GUI_icsThickness", "value_changed", G_CALLBACK(on_ics_thickness_changed));
+
+    on("GUI_lightColor", "color_set", G_CALLBACK(on_light_color_set));
+    on("GUILightDirButton", "clicked", G_CALLBACK(on_light_dir_clicked));
+    on("GUIambientSlider", "value_changed", G_CALLBACK(on_ambient_changed));
+    on("GUIdiffuseSlider", "value_changed", G_CALLBACK(on_diffuse_changed));
+    on("GUIspecularSlider", "value_changed", G_CALLBACK(on_specular_changed));
+    on("GUIexponentSlider", "value_changed", G_CALLBACK(on_exponent_changed));
+    on("GUIshadowStepsize", "value_changed", G_CALLBACK(on_shadow_stepsize_changed));
+    on("GUIsoftShadow", "toggled", G_CALLBACK(on_soft_shadow_toggled));
+    on("GUIhardShadow", "toggled", G_CALLBACK(on_hard_shadow_toggled));
+    on("GUI_lightShadowPrecalc", "clicked", G_CALLBACK(on_shadow_precalc_clicked));
+    on("GUIsmoothShadows", "clicked", G_CALLBACK(on_smooth_shadows_clicked));
+    on("GUIocclusionLightBlend", "toggled", G_CALLBACK(on_occlusion_blend_toggled));
+
+    on("GUICuttingView", "toggled", G_CALLBACK(on_cutting_view_toggled));
+    on("GUICutWithPlane", "toggled", G_CALLBACK(on_cut_with_plane_toggled));
+    on("GUICutWithSphere", "toggled", G_CALLBACK(on_cut_with_sphere_toggled));
+    on("GUICutInsideSphere", "toggled", G_CALLBACK(on_cut_inside_toggled));
+    on("GUICutOutsideSphere", "toggled", G_CALLBACK(on_cut_outside_toggled));
+    on("GUICuttingPlaneNormal", "clicked", G_CALLBACK(on_cut_plane_normal_clicked));
+    on("GUICuttingPlaneD", "value_changed", G_CALLBACK(on_cut_plane_d_changed));
+    on("GUISphereXSlider", "value_changed", G_CALLBACK(on_sphere_center_changed<0>));
+    on("GUISphereYSlider", "value_changed", G_CALLBACK(on_sphere_center_changed<1>));
+    on("GUISphereZSlider", "value_changed", G_CALLBACK(on_sphere_center_changed<2>));
+    on("GUISphereRSlider", "value_changed", G_CALLBACK(on_sphere_radius_changed));
+    on("GUICuttingPlaneApply", "clicked", G_CALLBACK(on_cut_apply_clicked));
+}
