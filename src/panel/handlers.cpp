@@ -96,8 +96,8 @@ static void on_loadvolume_selection_changed(GtkFileChooser*, gpointer)
 
 static void on_smooth_data_clicked(GtkButton*, gpointer)
 {
-    // "Blur Data" calls blur_data on a loaded volume; blur_data comes with the gradients room,
-    // which this build does not have yet, so until then the button does nothing.
+    // Blocks until the grid is smoothed; blur_data pumps the panel itself and asks for a picture.
+    if (volume_loaded) blur_data();
 }
 
 static void on_render_to_file_clicked(GtkButton*, gpointer)

@@ -591,8 +591,7 @@ TEST_F(Panel, ButtonsOfLaterRoomsDoNothingYet)
 {
     fake_volume(9, 11, 7);
     CaptureStdout();
-    for (const char* b : {"GUIsmoothData", "GUIscreenshotButton", "GUI_lightShadowPrecalc", "GUIsmoothShadows",
-                          "GUICuttingPlaneApply"})
+    for (const char* b : {"GUIscreenshotButton", "GUI_lightShadowPrecalc", "GUIsmoothShadows", "GUICuttingPlaneApply"})
         click(b);
     EXPECT_EQ(GetCapturedStdout(), "");
     EXPECT_EQ(refresh, 0);

@@ -136,6 +136,36 @@ TEST_F(Panel, ChoosingAFileAsksForALoad)
     unlink(path.c_str());
 }
 
+TEST_F(Panel, BlurDataNeedsAVolume)
+{
+    CaptureStdout();
+    click("GUIsmoothData");
+    EXPECT_EQ(GetCapturedStdout(), "");
+    EXPECT_EQ(refresh, 0);
+
+    // A single voxel of 2700 in a 5 x 5 x 5 block of 0 (with the margin, 9 x 9 x 9): the box
+    // filter spreads it to 100 in its 27 neighbours, which the noise threshold then drops.
+    std::string path = temp_file("blur.dat");
+    FILE* f = fopen(path.c_str(), "wb");
+    uint16_t sizes[3] = {5, 5, 5};
+    fwrite(sizes, 2, 3, f);
+    for (int i = 0; i < 125; ++i) {
+        uint16_t v = i == 62 ? 2700 : 0;
+        fwrite(&v, 2, 1, f);
+    }
+    fclose(f);
+    ASSERT_TRUE(load_volume_file(path.c_str()));
+    ASSERT_EQ(voxels[voxel_index(4, 4, 4)] & density_mask, 2700u);
+    refresh = 0;
+    CaptureStdout();
+    click("GUIsmoothData");
+    std::string log = GetCapturedStdout();
+    EXPECT_NE(log.find("smooth data finished"), std::string::npos) << log;
+    EXPECT_EQ(voxels[voxel_index(4, 4, 4)] & density_mask, 0u);
+    EXPECT_EQ(refresh, 1);
+    unlink(path.c_str());
+}
+
 TEST_F(Panel, ScreenshotFileNameRule)
 {
     struct Case {
