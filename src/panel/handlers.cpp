@@ -88,8 +88,21 @@ static void take_button_color(GtkColorButton* button, uint32_t* setting)
 // ---------------------------------------------------------------------------------------------
 // Load and file buttons.
 
-static void on_loadvolume_selection_changed(GtkFileChooser*, gpointer)
+static void on_loadvolume_selection_changed(GtkFileChooser* chooser, gpointer)
 {
+    // A name the program put there itself comes back, with no name first while the chooser
+    // reads the folder and then once or twice with it, all within moments. Those reports are
+    // passed over; a different name, or the same one chosen again later, is the user's.
+    if (chooser_echo) {
+        if (g_get_monotonic_time() - chooser_echo_time < 2000000) {
+            gchar* name = gtk_file_chooser_get_filename(chooser);
+            bool echo = !name || strcmp(name, chooser_echo) == 0;
+            g_free(name);
+            if (echo) return;
+        }
+        free(chooser_echo);
+        chooser_echo = nullptr;
+    }
     // The load itself runs in the frame loop, between two frames.
     load_requested = 1;
 }

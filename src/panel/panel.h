@@ -17,6 +17,11 @@ extern GtkWidget* GUIprogressBarSmoothenShadow;
 extern GtkWidget* GUIprogressBarSmoothenData;
 // A file named on the command line: the chooser hands it to the first load request.
 extern char* pending_load_name;
+// The file name that the program itself last put into GUIloadvolume (malloc'ed), or null, and
+// when (g_get_monotonic_time). The chooser reports such a name back as a selection within
+// moments; that is no request to load it again.
+extern char* chooser_echo;
+extern gint64 chooser_echo_time;
 
 // The widget tree, every widget registered on the window under its name, the handlers
 // connected once it stands. Not yet shown.

@@ -1,5 +1,8 @@
 // seam_gtk.cpp — the panel doors of seam.h in the tavok program: widgets by their registered
-// names. A name that the panel doesn't have is passed over in silence.
+// names. A name that the panel doesn't have is passed over in silence. Setting a value or an
+// active state runs the widget's handler at once, as a user's change would. Owns chooser_echo.
+//
+// Called by the library (load path, slices, input, long operations) on the main thread only.
 #include <cstdlib>
 #include <cstring>
 
@@ -62,11 +65,26 @@ void set_notebook_page(const char* name, int page)
     if (w && GTK_IS_NOTEBOOK(w)) gtk_notebook_set_current_page(GTK_NOTEBOOK(w), page);
 }
 
+char* chooser_echo = nullptr;
+gint64 chooser_echo_time = 0;
+
+// Puts a file name into the chooser for the user to see, and remembers it: the chooser reports
+// it back as a selection a moment later, which its handler then passes over.
+static void show_in_chooser(GtkWidget* chooser, const char* path)
+{
+    free(chooser_echo);
+    chooser_echo = strdup(path);
+    chooser_echo_time = g_get_monotonic_time();
+    gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(chooser), path);
+}
+
 char* take_chooser_filename()
 {
+    // A file named on the command line goes first; the chooser shows it from then on.
     if (pending_load_name) {
         char* name = pending_load_name;
         pending_load_name = nullptr;
+        if (GtkWidget* w = find("GUIloadvolume")) show_in_chooser(w, name);
         return name;
     }
     GtkWidget* w = find("GUIloadvolume");
@@ -81,5 +99,5 @@ char* take_chooser_filename()
 void set_chooser_filename(const char* path)
 {
     GtkWidget* w = find("GUIloadvolume");
-    if (w && path[0]) gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(w), path);
+    if (w && path[0]) show_in_chooser(w, path);
 }

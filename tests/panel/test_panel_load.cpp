@@ -118,6 +118,26 @@ TEST_F(Panel, LoadFromTheCommandLineShowsTheSliceView)
     uint32_t grey = (uint32_t)(int)(900 * 0.00024420026f * 255.0f);
     EXPECT_EQ(render_target.color[204 * 512 + 256], grey << 16 | grey << 8 | grey);
     EXPECT_STREQ(last_volume_path, path.c_str());
+    // The chooser shows the file, and showing it asks for no second load.
+    GtkFileChooser* chooser = GTK_FILE_CHOOSER(W("GUIloadvolume"));
+    auto shown = [chooser, &path] {
+        gchar* name = gtk_file_chooser_get_filename(chooser);
+        bool same = name && path == name;
+        g_free(name);
+        return same;
+    };
+    EXPECT_TRUE(pump_until(shown));
+    for (int i = 0; i < 30; ++i) {
+        drain_events();
+        g_usleep(10000);
+    }
+    EXPECT_EQ(load_requested, 0);
+    // Chosen again later by the user, the same file loads again.
+    chooser_echo_time -= 3000000;
+    g_signal_emit_by_name(chooser, "selection_changed");
+    EXPECT_EQ(load_requested, 1);
+    EXPECT_EQ(chooser_echo, nullptr);
+    load_requested = 0;
     unlink(path.c_str());
 }
 
