@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The transfer function editor strip under the image, driven with the mouse: an opacity node
 by double click, a colour node through the colour dialog (OK and Cancel), and removal with
-the right button.
+the right button. The slice view, with "Use Transfer Function" on, shows both tables.
 
 The window is 512 x 512: the image takes rows 0..408, the strip rows 409..511, of which the
 opacity area is 409..491 (83 rows) and the colour bar 492..511. A strip column stands for 8
@@ -67,9 +67,18 @@ def strip_pixel(shot, x, row):
 with Tavok(opts, [ramp]) as t:
     check(t.wait_out(r"^transferfunc surface is 512 x 103$") is not None, "the strip is 512 x 103")
     # Without a window manager both windows open at the top left: the panel goes aside.
-    xdotool("windowmove", "--sync", t.panel_window(), 600, 0)
+    panel = t.panel_window()
+    xdotool("windowmove", "--sync", panel, 600, 0)
+    t.settle(1.0)
+    grey_slice = t.screenshot()
+    # "Use Transfer Function" of the Slices tab (a fixed place in the panel's layout): the
+    # slice then weighs its colours with the opacity table, so opacity edits show in it.
+    px, py, _, _ = t.geometry(panel)
+    xdotool("mousemove", "--sync", px + 77, py + 94)
+    xdotool("click", 1)
     t.settle(1.0)
     first = t.screenshot()
+    check(image_rows(first).differs(image_rows(grey_slice)), "the slice uses the transfer function")
 
     # --- An opacity node by a double click in the opacity area.
     start = t.out_count()
@@ -84,6 +93,7 @@ with Tavok(opts, [ramp]) as t:
     square = [strip_pixel(shot, x, row) for x in (159, 160, 161) for row in (68, 69, 70, 71)]
     check(square.count(0) >= 6, "the new node's square in the strip")
     check(strip_pixel(first, 160, 70) != 0, "no square there before")
+    check(image_rows(shot).differs(image_rows(first)), "the image follows the opacity table")
 
     # --- A colour node: double click on the bar, type a colour, OK.
     start = t.out_count()
