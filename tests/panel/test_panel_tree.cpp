@@ -40,7 +40,7 @@ struct Named {
     int tab3d;
 };
 
-const std::vector<Named> outline = {
+const std::vector<Named> registered = {
     {"GUIwindow", Window, -1, -1},
     {"GUIloadvolume", Chooser, -1, -1},
     {"GUIvolDim", Entry, -1, -1},
@@ -168,7 +168,7 @@ std::vector<std::string> group_of(const char* name)
 {
     std::vector<std::string> names;
     for (GSList* l = gtk_radio_button_get_group(GTK_RADIO_BUTTON(W(name))); l; l = l->next) {
-        for (const Named& n : outline)
+        for (const Named& n : registered)
             if (n.kind == Radio && W(n.name) == l->data) names.push_back(n.name);
     }
     return names;
@@ -194,7 +194,7 @@ void expect_adjustment(const char* name, double value, double lower, double uppe
 
 }  // namespace
 
-TEST_F(Panel, EveryNameOfTheOutlineIsRegisteredWithItsKindAndTab)
+TEST_F(Panel, EveryNameIsRegisteredWithItsKindAndTab)
 {
     GtkWidget* tabs = W("GUIrendermodeTabs");
     GtkWidget* tabs3d = W("GUI3DTabs");
@@ -202,7 +202,7 @@ TEST_F(Panel, EveryNameOfTheOutlineIsRegisteredWithItsKindAndTab)
     ASSERT_NE(tabs3d, nullptr);
     EXPECT_EQ(gtk_notebook_get_n_pages(GTK_NOTEBOOK(tabs)), 4);
     EXPECT_EQ(gtk_notebook_get_n_pages(GTK_NOTEBOOK(tabs3d)), 5);
-    for (const Named& n : outline) {
+    for (const Named& n : registered) {
         GtkWidget* w = lookup_widget(gui_window, n.name);
         ASSERT_NE(w, nullptr) << n.name;
         EXPECT_EQ(G_OBJECT_TYPE(w), type_of(n.kind)) << n.name;
@@ -422,7 +422,7 @@ TEST_F(Panel, AdjustmentsAndScales)
 
 TEST_F(Panel, RadioGroupsAndStartStates)
 {
-    // GTK lists a group newest first; the outline names each in order of creation.
+    // GTK lists a group newest first, so each list is the order of creation turned around.
     EXPECT_EQ(group_of("GUIsliceXY"), (std::vector<std::string>{"GUIsliceYZ", "GUIsliceXZ", "GUIsliceXY", "GUIslice3D"}));
     EXPECT_EQ(group_of("GUI3DNoIpol"), (std::vector<std::string>{"GUI3DIpolTrilin", "GUI3DInterpol", "GUI3DNoIpol"}));
     EXPECT_EQ(group_of("GUIStepfuncIsoval"), (std::vector<std::string>{"GUIStepfuncIsoval", "GUInoipStandard"}));
