@@ -386,3 +386,36 @@ TEST(CuberilleFinal, PollsEveryOddLineAndAOneLineImageIsNeverInterrupted)
     EXPECT_EQ(null_gui_pumps, pumps);
     EXPECT_EQ(pixel(8, 0), 0x101010u);
 }
+
+// The frame loop with mode 0: a preview on the frame that finds refresh set, the final on the
+// next one, with its render time; then the loop idles.
+TEST(CuberilleFrame, PreviewThenFinalThroughTheFrameLoop)
+{
+    start_fresh();
+    std::string path = write_dat("cuberille_frame.dat", 13, 11, 9,
+                                 make_samples(13, 11, 9, [](int x, int, int) { return x >= 6 ? 3000 : 0; }));
+    null_chooser_name = path.c_str();
+    load_requested = 1;
+    testing::internal::CaptureStdout();
+    frame();  // the load; it leaves refresh set
+    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(volume_loaded, 1);
+    render_mode = 0;
+    gui_active = 1;  // the panel has the focus: the loop takes the preview path first
+    null_render_time[0] = 0;
+    set_camera(-6.0f, 7.5f, 6.5f, 1.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
+    refresh = 1;
+    frame();
+    EXPECT_EQ(refresh, 0);
+    EXPECT_EQ(final_pending, 1);
+    EXPECT_EQ(lattice_step, 8);
+    EXPECT_NE(mask_at(0, 0), 0);  // the preview wrote its lattice
+    EXPECT_STREQ(null_render_time, "");
+    frame();
+    EXPECT_EQ(final_pending, 0);
+    EXPECT_STREQ(null_render_time, "     0.00 sec");  // the fake clock stands still
+    // The final drew the slab: densities 3000 seen through the x = 8 face (x = 6 in the file).
+    uint32_t grey = (uint32_t)(3000 * (1.0f / 4095.0f) * 255.0f);
+    EXPECT_EQ(pixel(256, 204), grey * 0x010101u);
+    remove(path.c_str());
+}
