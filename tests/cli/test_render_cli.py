@@ -259,6 +259,12 @@ def test_set(volume, modes):
         if check(status == 0, "--set max_ray_steps=1 renders"):
             _, _, rows = read_png(b)
             check(not lit_pixels(rows), "--set max_ray_steps=1: rays end before the head")
+        # Cuberille does not look at interp_mode: its final is the same in all three.
+        run(base + ["-o", a])
+        for interp in ("bilinear", "trilinear"):
+            status, _, _ = run(base + ["--interp", interp, "-o", b])
+            check(status == 0 and open(a, "rb").read() == open(b, "rb").read(),
+                  "--interp %s leaves the cuberille image as it is" % interp)
         # Vector, element and colour syntax are accepted.
         for s in ["light_dir=0,0,-1", "light_dir[1]=0.5", "surface_on[3]=1", "edge_color=ff8800",
                   "edge_color=#00ff00", "refine_tolerance=255", "sample_stepsize=0.25"]:
