@@ -517,15 +517,7 @@ static void start_like_the_window()
     window_width = 512;
     window_height = 512;
     alloc_frame_buffers(512, 512 * 4 / 5, 512 * 4 / 5);
-    cut_kind = 1;
-    abstract_plane_color = 0xcc;
-    cut_sphere_side = 3;
-    for (int i = 0; i < 3; ++i) cut_plane_n[i] = light_dir[i];
-    normalize3(cut_plane_n);
-    cut_sphere_center[0] = cut_sphere_center[1] = cut_sphere_center[2] = 0.0f;
-    cut_sphere_r2 = 1600.0f;
-    abstract_sphere_color = 0xcc0000;
-    abstract_box_color = 0xcc00;
+    set_cut_defaults();
     compute_view_constants();
     reset_slices();
     set_start_camera();
@@ -543,13 +535,6 @@ static void apply_setting(const SetStep& step)
         case SettingType::Color: ((uint32_t*)step.setting->value)[at] = step.value[k].u; break;
         }
     }
-}
-
-static void cross3(const float* a, const float* b, float* out)
-{
-    out[0] = a[1] * b[2] - a[2] * b[1];
-    out[1] = a[2] * b[0] - a[0] * b[2];
-    out[2] = a[0] * b[1] - a[1] * b[0];
 }
 
 static float length3(const float* v) { return sqrtf(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }

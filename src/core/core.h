@@ -89,6 +89,8 @@ extern unsigned last_slice_switch;           // ticks of the latest middle-butto
 
 // Normalising, the one rule of the system: a length of 0.001 or less counts as 0.001.
 void normalize3(float* v);
+// c = a x b, in single precision. c must not be a or b.
+void cross3(const float* a, const float* b, float* c);
 
 // Replaces each component of ifor whose magnitude is below 0.0001 by +-0.0001 (0.0 goes to
 // +0.0001). A lasting change: the traversal divides by these components.
@@ -111,6 +113,11 @@ bool mode_is_rendered(int mode);
 // Modes 4 to 10 start a final pass only when the last double click in the editor strip is
 // more than 350 ms old; other modes always may.
 bool pause_rule_met();
+
+// Start values of the cut shapes, and the plane normal shown in the cutting tab's entries:
+// plane cut, normal = light_dir normalised, sphere of squared radius 1600 at the origin, and
+// the colours of the abstract view. Step 5 of start-up, for the window and tavok-render.
+void set_cut_defaults();
 
 // The only exit: message to standard error, stop the worker, free, close the window, exit.
 [[noreturn]] void clean_up_and_exit(int status, const char* format, ...)

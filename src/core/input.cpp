@@ -21,13 +21,6 @@
 // A quarter of a degree per pixel of mouse motion.
 static constexpr long double radians_per_pixel = 0.0043633236L;
 
-void cross3(const float* a, const float* b, float* c)
-{
-    c[0] = a[1] * b[2] - a[2] * b[1];
-    c[1] = a[2] * b[0] - a[0] * b[2];
-    c[2] = a[0] * b[1] - a[1] * b[0];
-}
-
 // Sine and cosine of a pixel count, in extended precision, kept as floats.
 static void turn(int pixels, float& c, float& s)
 {

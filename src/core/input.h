@@ -67,5 +67,3 @@ float move_speed(const KeyStates& k);
 // The key table, every row tested in order while its key is down.
 void apply_keys(const KeyStates& k);
 
-// Cross product, c = a x b.
-void cross3(const float* a, const float* b, float* c);

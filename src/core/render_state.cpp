@@ -7,7 +7,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <cstdio>
+
 #include "core/core.h"
+#include "core/seam.h"
 #include "volume/volume.h"
 
 float ipos[4] = {0.0f, 0.0f, 0.0f, 0.0f};
@@ -104,6 +107,32 @@ void normalize3(float* v)
     v[0] *= inverse;
     v[1] *= inverse;
     v[2] *= inverse;
+}
+
+void cross3(const float* a, const float* b, float* c)
+{
+    c[0] = a[1] * b[2] - a[2] * b[1];
+    c[1] = a[2] * b[0] - a[0] * b[2];
+    c[2] = a[0] * b[1] - a[1] * b[0];
+}
+
+void set_cut_defaults()
+{
+    cut_kind = 1;
+    abstract_plane_color = 0xcc;
+    cut_sphere_side = 3;
+    for (int i = 0; i < 3; ++i) cut_plane_n[i] = light_dir[i];
+    normalize3(cut_plane_n);
+    const char* entries[3] = {"GUICuttingPlaneNX", "GUICuttingPlaneNY", "GUICuttingPlaneNZ"};
+    for (int i = 0; i < 3; ++i) {
+        char text[16];
+        snprintf(text, sizeof text, "%+4.3f", cut_plane_n[i]);
+        set_entry_text(entries[i], text, 0);
+    }
+    cut_sphere_center[0] = cut_sphere_center[1] = cut_sphere_center[2] = 0.0f;
+    cut_sphere_r2 = 1600.0f;
+    abstract_sphere_color = 0xcc0000;
+    abstract_box_color = 0xcc00;
 }
 
 void clamp_forward()

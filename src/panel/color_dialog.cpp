@@ -43,13 +43,12 @@ static void on_color_changed(GtkColorSelection* selection, gpointer)
 {
     GdkColor colour;
     gtk_color_selection_get_current_color(selection, &colour);
-    GdkColormap* colormap = gdk_colormap_get_system();
-    if (!gdk_colormap_alloc_color(colormap, &colour, FALSE, TRUE)) {
+    uint32_t pixel;
+    if (!color_pixel(&colour, &pixel)) {
         puts("GTK+ color selection failure!");
         return;
     }
-    color_dialog_changed(colour.pixel);
-    gdk_colormap_free_colors(colormap, &colour, 1);
+    color_dialog_changed(pixel);
 }
 
 static void on_color_ok(GtkButton*, gpointer)

@@ -72,17 +72,20 @@ static int current_3d_page() { return gtk_notebook_get_current_page(GTK_NOTEBOOK
 // Reads the colour of a colour button into a packed setting: the pixel value that the system
 // colormap gives, which on a true-colour display is 0xRRGGBB. A colour that can't be had keeps
 // the old setting.
+bool color_pixel(GdkColor* colour, uint32_t* pixel)
+{
+    GdkColormap* colormap = gdk_colormap_get_system();
+    if (!gdk_colormap_alloc_color(colormap, colour, FALSE, TRUE)) return false;
+    *pixel = (uint32_t)colour->pixel;
+    gdk_colormap_free_colors(colormap, colour, 1);
+    return true;
+}
+
 static void take_button_color(GtkColorButton* button, uint32_t* setting)
 {
     GdkColor c;
     gtk_color_button_get_color(button, &c);
-    GdkColormap* colormap = gdk_colormap_get_system();
-    if (!gdk_colormap_alloc_color(colormap, &c, FALSE, TRUE)) {
-        puts("GTK+ color selection failure!");
-        return;
-    }
-    *setting = (uint32_t)c.pixel;
-    gdk_colormap_free_colors(colormap, &c, 1);
+    if (!color_pixel(&c, setting)) puts("GTK+ color selection failure!");
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -7,6 +7,8 @@
 #pragma once
 #include <gtk/gtk.h>
 
+#include <cstdint>
+
 // Kept by init_control_panel; live to the end of the process.
 extern GtkWidget* gui_window;       // the top-level panel window
 extern GMainLoop* gui_main_loop;    // created running; only its running state is asked
@@ -25,6 +27,10 @@ extern gint64 chooser_echo_time;
 
 // The widget tree, every widget registered on the window under its name, the handlers
 // connected once it stands. Not yet shown.
+// The pixel value of a colour on the system colormap (0x00RRGGBB on a true-colour display),
+// allocated and freed again. False when the colormap can't give it.
+bool color_pixel(GdkColor* colour, uint32_t* pixel);
+
 GtkWidget* build_control_panel();
 // Main loop state, gtk_init, the tree shown, the panel defaults (light colour and vector,
 // isovalue) and their widgets, the chooser's file filters, the progress bars, the edge colour.

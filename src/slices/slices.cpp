@@ -27,13 +27,6 @@ float slice_normal_unit[3] = {1.0f, 0.0f, 0.0f};
 float slice_u[3] = {0.0f, 0.0f, 0.0f};
 float slice_v[3] = {0.0f, 0.0f, 0.0f};
 
-static void cross3(const float* a, const float* b, float* out)
-{
-    out[0] = a[1] * b[2] - a[2] * b[1];
-    out[1] = a[2] * b[0] - a[0] * b[2];
-    out[2] = a[0] * b[1] - a[1] * b[0];
-}
-
 // The second half of the basis: from the unit normal slice_normal_unit and the eye's distance
 // to the plane, the centre, both image axes and the camera.
 static void place_slice_plane(float dist)

@@ -11,13 +11,12 @@ user's keyboard and mouse would), and takes screenshots with xwd. Standard libra
         t.key("q")
         check(t.wait_exit() == 0, "exit status 0")
 
-Run a script directly under an X server (tests/run_with_xvfb.sh does that for CTest), or
-without one: the harness then starts its own Xvfb.
+Run a script directly under an X server, or without one: options() then runs it again under
+tests/run_with_xvfb.sh, as CTest does.
 """
 import argparse
 import os
 import re
-import select
 import struct
 import subprocess
 import sys
@@ -30,7 +29,11 @@ PANEL_CLASS = "Tavok"  # WM_CLASS class of the GTK panel
 
 
 def options(extra=None):
-    """Command line of a GUI test: --tavok BINARY --build DIR --source DIR [extra]."""
+    """Command line of a GUI test: --tavok BINARY --build DIR --source DIR [extra].
+    Without a display the script runs itself again under an X server of its own."""
+    if not os.environ.get("DISPLAY"):
+        wrapper = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "run_with_xvfb.sh")
+        os.execv(wrapper, [wrapper, sys.executable, os.path.abspath(sys.argv[0])] + sys.argv[1:])
     parser = argparse.ArgumentParser()
     parser.add_argument("--tavok", required=True)
     parser.add_argument("--build", required=True)
@@ -91,26 +94,6 @@ def write_dat(path, sizes, value):
     with open(path, "wb") as f:
         f.write(data)
     return path
-
-
-class Xserver:
-    """An Xvfb of our own, used when the script runs without a display."""
-
-    def __init__(self):
-        r, w = os.pipe()
-        self.proc = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(w), "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"],
-            pass_fds=(w,), stderr=subprocess.DEVNULL)
-        os.close(w)
-        ready, _, _ = select.select([r], [], [], 20)
-        if not ready:
-            raise RuntimeError("Xvfb did not start")
-        self.display = ":" + os.read(r, 64).decode().strip()
-        os.close(r)
-
-    def stop(self):
-        self.proc.kill()
-        self.proc.wait()
 
 
 def xdotool(*args):
@@ -224,15 +207,10 @@ class Tavok:
         self.opts = opts
         self.args = list(args)
         self.env = dict(os.environ, **(env or {}))
-        self.xserver = None
         self.out_lines, self.err_lines = [], []
         self.lock = threading.Lock()
 
     def __enter__(self):
-        if not os.environ.get("DISPLAY"):
-            self.xserver = Xserver()
-            os.environ["DISPLAY"] = self.xserver.display
-            self.env["DISPLAY"] = self.xserver.display
         self.proc = subprocess.Popen([self.opts.tavok] + self.args, stdout=subprocess.PIPE,
                                      stderr=subprocess.PIPE, env=self.env)
         for stream, lines in ((self.proc.stdout, self.out_lines), (self.proc.stderr, self.err_lines)):
@@ -243,9 +221,6 @@ class Tavok:
         if self.proc.poll() is None:
             self.proc.kill()
             self.proc.wait()
-        if self.xserver:
-            self.xserver.stop()
-            del os.environ["DISPLAY"]
 
     def _reader(self, stream, lines):
         for raw in iter(stream.readline, b""):

@@ -35,21 +35,7 @@ int main(int argc, char** argv)
         clean_up_and_exit(0, "usage: %s [FILE]\n  FILE  a volume to load at start (.dat, .kvx, .vox)\n",
                           program_name);
 
-    cut_kind = 1;
-    abstract_plane_color = 0xcc;
-    cut_sphere_side = 3;
-    for (int i = 0; i < 3; ++i) cut_plane_n[i] = light_dir[i];
-    normalize3(cut_plane_n);
-    const char* entries[3] = {"GUICuttingPlaneNX", "GUICuttingPlaneNY", "GUICuttingPlaneNZ"};
-    for (int i = 0; i < 3; ++i) {
-        char text[16];
-        snprintf(text, sizeof text, "%+4.3f", cut_plane_n[i]);
-        set_entry_text(entries[i], text, 0);
-    }
-    cut_sphere_center[0] = cut_sphere_center[1] = cut_sphere_center[2] = 0.0f;
-    cut_sphere_r2 = 1600.0f;
-    abstract_sphere_color = 0xcc0000;
-    abstract_box_color = 0xcc00;
+    set_cut_defaults();
 
     compute_view_constants();
     reset_slices();
