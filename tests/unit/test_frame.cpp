@@ -246,3 +246,101 @@ TEST(Frame, FileTypeIsTheExactEnding)
     remove(mixed.c_str());
     remove(raw.c_str());
 }
+
+// A loaded 13 x 11 x 9 slab in cuberille mode with a preview due, the panel in focus.
+static std::string load_slab_for_dispatch()
+{
+    start_fresh();
+    std::string path = write_dat("dispatch.dat", 13, 11, 9,
+                                 make_samples(13, 11, 9, [](int x, int, int) { return x >= 6 ? 3000 : 0; }));
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(load_volume_file(path.c_str()));
+    testing::internal::GetCapturedStdout();
+    render_mode = 0;
+    gui_active = 1;
+    left_on_editor = 0;
+    color_dialog_open = 0;
+    final_pending = 0;
+    refresh = 1;
+    null_render_time[0] = 0;
+    return path;
+}
+
+TEST(Dispatch, ColourDialogHoldsBackFinalsButNotPreviews)
+{
+    std::string path = load_slab_for_dispatch();
+    color_dialog_open = 1;
+    frame();
+    EXPECT_EQ(refresh, 0);        // the preview ran
+    EXPECT_EQ(final_pending, 1);
+    frame();
+    frame();
+    EXPECT_EQ(final_pending, 1);  // no final while the dialog is up
+    EXPECT_STREQ(null_render_time, "");
+    color_dialog_open = 0;
+    frame();
+    EXPECT_EQ(final_pending, 0);
+    EXPECT_STREQ(null_render_time, "     0.00 sec");
+    remove(path.c_str());
+}
+
+TEST(Dispatch, LeftButtonOnTheStripHoldsBackBothWhileThePanelHasTheFocus)
+{
+    std::string path = load_slab_for_dispatch();
+    left_on_editor = 1;
+    frame();
+    EXPECT_EQ(refresh, 1);  // no preview
+    EXPECT_EQ(final_pending, 0);
+    final_pending = 1;
+    refresh = 0;
+    frame();
+    EXPECT_EQ(final_pending, 1);  // no final either
+    // Released: the pending preview runs.
+    left_on_editor = 0;
+    refresh = 1;
+    frame();
+    EXPECT_EQ(refresh, 0);
+    EXPECT_EQ(final_pending, 1);
+    remove(path.c_str());
+}
+
+TEST(Dispatch, WithoutThePanelFocusTheStripHoldsNothingBack)
+{
+    std::string path = load_slab_for_dispatch();
+    gui_active = 0;
+    left_on_editor = 1;
+    frame();
+    EXPECT_EQ(refresh, 0);  // the final path took the preview path
+    EXPECT_EQ(final_pending, 1);
+    frame();
+    EXPECT_EQ(final_pending, 0);  // and the final ran
+    EXPECT_STREQ(null_render_time, "     0.00 sec");
+    left_on_editor = 0;
+    remove(path.c_str());
+}
+
+TEST(Dispatch, TheSliceViewNeverLeavesAFinalDue)
+{
+    std::string path = load_slab_for_dispatch();
+    render_mode = 12;
+    strcpy(null_render_time, "keep");
+    frame();
+    EXPECT_EQ(refresh, 0);
+    EXPECT_EQ(final_pending, 0);
+    frame();
+    EXPECT_STREQ(null_render_time, "keep");  // no final, so the render time stays
+    remove(path.c_str());
+}
+
+TEST(Dispatch, ALoadRequestHoldsBackThePreview)
+{
+    std::string path = load_slab_for_dispatch();
+    // The chooser has no name: the load path runs, clears refresh and final_pending itself,
+    // and no pass runs in that frame (a preview would have left a final due).
+    null_chooser_name = nullptr;
+    load_requested = 1;
+    frame();
+    EXPECT_EQ(load_requested, 0);
+    EXPECT_EQ(final_pending, 0);
+    remove(path.c_str());
+}
