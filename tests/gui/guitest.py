@@ -83,6 +83,11 @@ def phantom(opts):
     return path
 
 
+def start_grey(density):
+    """The grey of the tables a load starts with: trunc(density / 4095 * 255)."""
+    return int(density * 0.00024420026 * 255.0)
+
+
 def write_dat(path, sizes, value):
     """Writes a .dat volume of the given sizes; value(x, y, z) gives each sample."""
     X, Y, Z = sizes
@@ -213,8 +218,11 @@ class Tavok:
     def __enter__(self):
         self.proc = subprocess.Popen([self.opts.tavok] + self.args, stdout=subprocess.PIPE,
                                      stderr=subprocess.PIPE, env=self.env)
+        self.readers = []
         for stream, lines in ((self.proc.stdout, self.out_lines), (self.proc.stderr, self.err_lines)):
-            threading.Thread(target=self._reader, args=(stream, lines), daemon=True).start()
+            reader = threading.Thread(target=self._reader, args=(stream, lines), daemon=True)
+            reader.start()
+            self.readers.append(reader)
         return self
 
     def __exit__(self, *exc):
@@ -265,10 +273,14 @@ class Tavok:
             return len(self.out_lines)
 
     def wait_exit(self, timeout=20):
+        """The exit status, once the program has ended and all it wrote has been read."""
         try:
-            return self.proc.wait(timeout=timeout)
+            status = self.proc.wait(timeout=timeout)
         except subprocess.TimeoutExpired:
             return None
+        for reader in self.readers:
+            reader.join(timeout=5)
+        return status
 
     def _windows(self, wm_class):
         deadline = time.time() + 20
@@ -323,13 +335,34 @@ class Tavok:
         self.move(x, y)
         xdotool("click", "--repeat", repeat, "--delay", delay_ms, button)
 
-    def drag(self, x0, y0, x1, y1, button=1, steps=10, step_ms=30):
-        """Holds a button at (x0, y0) and moves to (x1, y1) in steps, then releases."""
-        self.move(x0, y0)
+    def press_at(self, x, y, button=1):
+        """Moves the pointer to (x, y) and presses a button there. tavok reads the pointer's
+        motion since its last frame together with the buttons, so a frame must pass between
+        getting there and pressing, or the way there would count as part of a drag."""
+        self.move(x, y)
+        time.sleep(0.25)
         xdotool("mousedown", button)
+
+    def drag(self, x0, y0, x1, y1, button=1, steps=10, step_ms=30):
+        """Holds a button at (x0, y0) and moves to (x1, y1) in steps, then releases. For
+        presses on the strip, where the pointer stays free."""
+        self.press_at(x0, y0, button)
         time.sleep(step_ms / 1000.0)
         for i in range(1, steps + 1):
             self.move(x0 + (x1 - x0) * i // steps, y0 + (y1 - y0) * i // steps)
+            time.sleep(step_ms / 1000.0)
+        xdotool("mouseup", button)
+
+    def drag_relative(self, x0, y0, dx, dy, button=1, steps=6, step_ms=40):
+        """Holds a button at (x0, y0) and moves the pointer by (dx, dy) in steps of relative
+        motion, then releases. A press on the image grabs the pointer, and SDL may warp it
+        back to the middle of the window; relative steps add up to (dx, dy) all the same."""
+        self.press_at(x0, y0, button)
+        time.sleep(step_ms / 1000.0)
+        for i in range(steps):
+            sx = dx * (i + 1) // steps - dx * i // steps
+            sy = dy * (i + 1) // steps - dy * i // steps
+            xdotool("mousemove_relative", "--", sx, sy)
             time.sleep(step_ms / 1000.0)
         xdotool("mouseup", button)
 
@@ -342,3 +375,18 @@ class Tavok:
 
     def settle(self, seconds=0.5):
         time.sleep(seconds)
+
+    def settled_screenshot(self, previous=None, crop=None, tries=60, pause=0.15):
+        """A screenshot of the SDL window (cropped to crop = (x, y, w, h)) once two in a row
+        agree and, with previous, differ from it: the picture after the final pass."""
+        def take():
+            shot = self.screenshot()
+            return shot.crop(*crop) if crop else shot
+        shot = take()
+        for _ in range(tries):
+            self.settle(pause)
+            again = take()
+            if not again.differs(shot) and (previous is None or again.differs(previous)):
+                return again
+            shot = again
+        return shot

@@ -5,7 +5,7 @@ drag, and find a render time in the panel's GUIrendertime entry once the final p
 import os
 import tempfile
 
-from guitest import Tavok, check, finish, options, write_dat, xdotool
+from guitest import Tavok, check, finish, options, start_grey, write_dat, xdotool
 
 opts = options()
 tmp = tempfile.mkdtemp()
@@ -23,12 +23,7 @@ SWITCH_3D = (140, 220)
 RENDER_TIME = (240, 574, 225, 18)  # x, y, width, height inside the entry
 
 
-def grey(density):
-    """The grey of the start tables: trunc(density / 4095 * 255)."""
-    return int(density * 0.00024420026 * 255.0)
-
-
-BALL = grey(3000) * 0x010101
+BALL = start_grey(3000) * 0x010101
 
 
 def image(shot):
@@ -36,15 +31,8 @@ def image(shot):
 
 
 def settled(t, previous=None):
-    """A screenshot of the image area once two in a row agree (and differ from previous)."""
-    shot = image(t.screenshot())
-    for _ in range(60):
-        t.settle(0.15)
-        again = image(t.screenshot())
-        if not again.differs(shot) and (previous is None or again.differs(previous)):
-            return again
-        shot = again
-    return shot
+    """The image area after the final pass (and changed from previous)."""
+    return t.settled_screenshot(previous, crop=(0, 0, IMAGE_W, IMAGE_H))
 
 
 def ball_pixels(shot):
@@ -108,7 +96,7 @@ with Tavok(opts, [ball]) as t:
               "and still in the middle (%.1f, %.1f)" % centre2)
 
     # A left drag to the right on the image turns the view about iup: the ball moves sideways.
-    t.drag(200, 200, 260, 200, steps=6, step_ms=40)
+    t.drag_relative(200, 200, 60, 0)
     turned = settled(t, back)
     n3, centre3 = ball_pixels(turned)
     check(turned.differs(back), "the drag changes the image")

@@ -21,18 +21,6 @@ IMAGE_W, IMAGE_H = 512, 409  # the image area of the 512 x 512 window; the strip
 TAB_3D = (35, 123)
 
 
-def settled_screenshot(t, previous=None):
-    """The SDL window once two screenshots in a row agree (and differ from previous)."""
-    shot = t.screenshot()
-    for _ in range(60):
-        t.settle(0.2)
-        again = t.screenshot()
-        if not again.differs(shot) and (previous is None or again.differs(previous)):
-            return again
-        shot = again
-    return shot
-
-
 def tavok_render(volume, out, *args):
     p = subprocess.run([render, volume, "--size", "%dx%d" % (IMAGE_W, IMAGE_H), "-o", out] + list(args),
                        capture_output=True, text=True)
@@ -59,11 +47,11 @@ def window_after_load(volume, pattern):
     # Without a window manager both windows open at the top left: the panel goes aside.
     panel = t.panel_window()
     xdotool("windowmove", "--sync", panel, 600, 0)
-    slices = settled_screenshot(t)
+    slices = t.settled_screenshot(pause=0.2)
     px, py, _, _ = t.geometry(panel)
     xdotool("mousemove", "--sync", px + TAB_3D[0], py + TAB_3D[1])
     xdotool("click", "1")
-    shot = settled_screenshot(t, slices)
+    shot = t.settled_screenshot(slices, pause=0.2)
     return t, slices, shot
 
 

@@ -5,7 +5,7 @@ A click on the panel's XZ radio button brings up the XZ slice."""
 import os
 import tempfile
 
-from guitest import Tavok, check, finish, options, write_dat, xdotool
+from guitest import Tavok, check, finish, options, start_grey, write_dat, xdotool
 
 opts = options()
 tmp = tempfile.mkdtemp()
@@ -20,11 +20,6 @@ IMAGE_W, IMAGE_H = 512, 409  # the image area of the 512 x 512 window; the strip
 PIXELS_PER_VOXEL = IMAGE_H / 256.0  # zoom 256: 256 voxels across the short side
 
 
-def grey(density):
-    """The grey of the start tables: trunc(density / 4095 * 255)."""
-    return int(density * 0.00024420026 * 255.0)
-
-
 def lit_box(image):
     """Bounding box (x0, y0, x1, y1) of the non-black pixels of the image area, or None."""
     xs, ys = [], []
@@ -37,18 +32,6 @@ def lit_box(image):
     return (min(xs), min(ys), max(xs), max(ys)) if xs else None
 
 
-def settled_screenshot(t, previous=None):
-    """A screenshot of the SDL window once two in a row agree (and differ from previous)."""
-    shot = t.screenshot()
-    for _ in range(40):
-        t.settle(0.15)
-        again = t.screenshot()
-        if not again.differs(shot) and (previous is None or again.differs(previous)):
-            return again
-        shot = again
-    return shot
-
-
 with Tavok(opts, [ball]) as t:
     check(t.wait_out(r"^Orlen-data x=41, y=37, z=23$") is not None, "the load's log line")
     # Without a window manager both windows open at the top left: the panel goes aside.
@@ -56,7 +39,7 @@ with Tavok(opts, [ball]) as t:
     xdotool("windowmove", "--sync", panel, 600, 0)
     t.settle(0.5)
 
-    shot = settled_screenshot(t)
+    shot = t.settled_screenshot()
     check((shot.width, shot.height) == (512, 512), "window of 512 x 512 (got %d x %d)" % (shot.width, shot.height))
     box = lit_box(shot)
     check(box is not None, "the image area shows the volume")
@@ -70,9 +53,9 @@ with Tavok(opts, [ball]) as t:
               "the slice is centred in the image area (box %r)" % (box,))
     # The middle of the middle XY slice is the ball; a little off it the background density.
     centre = shot.at(IMAGE_W // 2, IMAGE_H // 2)
-    check(centre == grey(3000) * 0x010101, "centre pixel is the ball's grey (got %06x)" % centre)
+    check(centre == start_grey(3000) * 0x010101, "centre pixel is the ball's grey (got %06x)" % centre)
     side = shot.at(IMAGE_W // 2 - int(16 * PIXELS_PER_VOXEL), IMAGE_H // 2)
-    check(side == grey(1500) * 0x010101, "left of the ball the background grey (got %06x)" % side)
+    check(side == start_grey(1500) * 0x010101, "left of the ball the background grey (got %06x)" % side)
     # Black all around the slice.
     for x, y in ((3, 3), (IMAGE_W - 4, 3), (3, IMAGE_H - 4), (IMAGE_W - 4, IMAGE_H - 4), (60, IMAGE_H // 2)):
         check(shot.at(x, y) == 0, "black outside the slice at (%d, %d)" % (x, y))
@@ -83,14 +66,14 @@ with Tavok(opts, [ball]) as t:
     px, py, _, _ = t.geometry(panel)
     xdotool("mousemove", "--sync", px + 190, py + 252)
     xdotool("click", "1")
-    shot2 = settled_screenshot(t, shot)
+    shot2 = t.settled_screenshot(shot)
     box2 = lit_box(shot2)
     check(box2 is not None, "the XZ slice shows the volume")
     if box2:
         w2, h2 = box2[2] - box2[0] + 1, box2[3] - box2[1] + 1
         check(abs(w2 - X * PIXELS_PER_VOXEL) <= 4, "XZ slice width %d px for %d voxels" % (w2, X))
         check(abs(h2 - Z * PIXELS_PER_VOXEL) <= 4, "XZ slice height %d px for %d voxels" % (h2, Z))
-    check(shot2.at(IMAGE_W // 2, IMAGE_H // 2) == grey(3000) * 0x010101, "the XZ slice meets the ball in its middle")
+    check(shot2.at(IMAGE_W // 2, IMAGE_H // 2) == start_grey(3000) * 0x010101, "the XZ slice meets the ball in its middle")
 
     t.key("q")
     check(t.wait_exit() == 0, "q ends the program")
