@@ -280,17 +280,9 @@ static void outside_camera()
     float c[3] = {vol_x * 0.5f, vol_y * 0.5f, vol_z * 0.5f};
     float d[3] = {0.8f, -0.45f, 0.4f};
     normalize3(d);
-    for (int i = 0; i < 3; ++i) ipos[i] = c[i] - d[i] * vol_diag, ifor[i] = d[i];
-    float hint[3] = {0.0f, 0.0f, 1.0f};
-    // istr = hint x ifor, iup = ifor x istr: istr x iup = ifor.
-    istr[0] = hint[1] * ifor[2] - hint[2] * ifor[1];
-    istr[1] = hint[2] * ifor[0] - hint[0] * ifor[2];
-    istr[2] = hint[0] * ifor[1] - hint[1] * ifor[0];
-    normalize3(istr);
-    iup[0] = ifor[1] * istr[2] - ifor[2] * istr[1];
-    iup[1] = ifor[2] * istr[0] - ifor[0] * istr[2];
-    iup[2] = ifor[0] * istr[1] - ifor[1] * istr[0];
-    normalize3(iup);
+    for (int i = 0; i < 3; ++i) ipos[i] = c[i] - d[i] * vol_diag;
+    const float up[3] = {0.0f, 0.0f, 1.0f};
+    look_along(d, up);
 }
 
 static void bench_camera(const char* name)

@@ -558,21 +558,14 @@ static void apply_camera(const RenderJob& job)
     if (length3(forward) <= 0.001f)
         fail(job.has_look_at ? "--look-at: the point is the eye position, there is no direction to it"
                              : "--forward: the direction is too short");
-    float new_for[3] = {forward[0], forward[1], forward[2]};
-    normalize3(new_for);
+    // An up along the view gives no frame: refuse it rather than render from a degenerate one.
+    float unit_for[3] = {forward[0], forward[1], forward[2]};
+    normalize3(unit_for);
     float side[3];
-    cross3(up, new_for, side);
+    cross3(up, unit_for, side);
     if (length3(side) <= 0.001f)
         fail("--up: the up direction is parallel to the view direction (or too short)");
-    normalize3(side);
-    float new_up[3];
-    cross3(new_for, side, new_up);
-    normalize3(new_up);
-    for (int i = 0; i < 3; ++i) {
-        ifor[i] = new_for[i];
-        istr[i] = side[i];
-        iup[i] = new_up[i];
-    }
+    look_along(forward, up);
 }
 
 // --color and --opacity: the node at that density gets the value, or a new node is linked in

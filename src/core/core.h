@@ -19,6 +19,10 @@ extern float ipos[4];  // eye
 extern float ifor[4];  // forward
 extern float iup[4];   // up
 extern float istr[4];  // strafe; istr x iup = ifor
+// Turns the camera to look along forward with up as near to `up` as the frame allows:
+// ifor = normalise(forward), istr = normalise(up x ifor), iup = normalise(ifor x istr), so that
+// istr x iup = ifor. ipos stays.
+void look_along(const float* forward, const float* up);
 // The start frame: eye at the volume centre (integer halves, so the origin before a load),
 // looking along -z with y up.
 void set_start_camera();

@@ -116,6 +116,17 @@ void cross3(const float* a, const float* b, float* c)
     c[2] = a[0] * b[1] - a[1] * b[0];
 }
 
+void look_along(const float* forward, const float* up)
+{
+    for (int i = 0; i < 3; ++i) ifor[i] = forward[i];
+    normalize3(ifor);
+    cross3(up, ifor, istr);
+    normalize3(istr);
+    cross3(ifor, istr, iup);
+    normalize3(iup);
+    ifor[3] = iup[3] = istr[3] = 0.0f;
+}
+
 void set_cut_defaults()
 {
     cut_kind = 1;

@@ -15,54 +15,13 @@ import struct
 import subprocess
 import sys
 import tempfile
-import zlib
 
-failures = []
-
-
-def check(condition, what):
-    print(("ok   " if condition else "FAIL ") + what, flush=True)
-    if not condition:
-        failures.append(what)
-    return condition
-
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+from testlib import check, finish, png_rgba_rows as read_png, write_dat  # noqa: E402
 
 def run(args, timeout=120):
     p = subprocess.run([RENDER] + args, capture_output=True, text=True, timeout=timeout)
     return p.returncode, p.stdout, p.stderr
-
-
-def read_png(path):
-    """(width, height, rows of 0xRRGGBBAA) by chunks, zlib and the filter bytes."""
-    data = open(path, "rb").read()
-    assert data[:8] == b"\x89PNG\r\n\x1a\n", "signature"
-    at, idat, width, height = 8, b"", 0, 0
-    while at < len(data):
-        length, kind = struct.unpack(">I4s", data[at:at + 8])
-        body = data[at + 8:at + 8 + length]
-        crc = struct.unpack(">I", data[at + 8 + length:at + 12 + length])[0]
-        assert zlib.crc32(kind + body) == crc, "crc of " + kind.decode()
-        if kind == b"IHDR":
-            width, height = struct.unpack(">II", body[:8])
-        elif kind == b"IDAT":
-            idat += body
-        at += 12 + length
-    raw = zlib.decompress(idat)
-    rows, stride = [], 4 * width + 1
-    for y in range(height):
-        line = raw[y * stride:(y + 1) * stride]
-        assert line[0] == 0, "filter byte"
-        rows.append(list(struct.unpack(">%dI" % width, line[1:])))
-    return width, height, rows
-
-
-def write_dat(path, X, Y, Z, f):
-    """A .dat volume with sample f(x, y, z), x fastest."""
-    samples = [f(x, y, z) for z in range(Z) for y in range(Y) for x in range(X)]
-    with open(path, "wb") as out:
-        out.write(struct.pack("<3H", X, Y, Z))
-        out.write(struct.pack("<%dH" % len(samples), *samples))
-    return path
 
 
 def expect_error(args, message, what):
@@ -127,7 +86,7 @@ def test_block_volume(modes):
     if "cuberille" not in modes:
         print("skipped: block volume (cuberille not built yet)")
         return
-    vol = write_dat(os.path.join(TMP, "block.dat"), 13, 11, 9, lambda x, y, z: 4095)
+    vol = write_dat(os.path.join(TMP, "block.dat"), (13, 11, 9), lambda x, y, z: 4095)
     out = os.path.join(TMP, "block.png")
     # Grid centre (8.5, 7.5, 6.5); the eye 40 voxels in front of it along -z, looking at it.
     status, _, err = run([vol, "--size", "41x31", "--eye", "8.5,7.5,-40",
@@ -188,7 +147,7 @@ def test_nodes(modes):
     if "slices" not in modes:
         print("skipped: node options (slices not built yet)")
         return
-    vol = write_dat(os.path.join(TMP, "block2000.dat"), 13, 11, 9, lambda x, y, z: 2000)
+    vol = write_dat(os.path.join(TMP, "block2000.dat"), (13, 11, 9), lambda x, y, z: 2000)
     out = os.path.join(TMP, "nodes.png")
 
     def centre(*args):
@@ -448,7 +407,7 @@ def main():
                            stdout=subprocess.DEVNULL)
         else:
             print("skipped: phantom tests (make-phantom is not built); using a hand-made ball")
-            volume = write_dat(os.path.join(TMP, "ball.dat"), 41, 37, 33,
+            volume = write_dat(os.path.join(TMP, "ball.dat"), (41, 37, 33),
                                lambda x, y, z: 3000 if (x - 20) ** 2 + (y - 18) ** 2 + (z - 16) ** 2 < 150 else 0)
         modes = available_modes(volume)
         print("modes of this build: " + (", ".join(modes) or "none"))
@@ -464,10 +423,7 @@ def main():
             test_option_order(volume, modes)
             test_camera(volume, modes)
             test_time_and_bench(volume, modes)
-    if failures:
-        print("%d check(s) failed" % len(failures))
-        sys.exit(1)
-    print("all checks passed")
+    finish()
 
 
 if __name__ == "__main__":

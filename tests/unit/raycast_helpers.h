@@ -47,19 +47,9 @@ inline void opaque_from(uint32_t from, uint32_t color)
 inline void set_camera(float ex, float ey, float ez, float fx, float fy, float fz, float ux, float uy,
                        float uz)
 {
-    ipos[0] = ex, ipos[1] = ey, ipos[2] = ez;
-    ifor[0] = fx, ifor[1] = fy, ifor[2] = fz;
-    normalize3(ifor);
-    float up[3] = {ux, uy, uz};
-    istr[0] = up[1] * ifor[2] - up[2] * ifor[1];
-    istr[1] = up[2] * ifor[0] - up[0] * ifor[2];
-    istr[2] = up[0] * ifor[1] - up[1] * ifor[0];
-    normalize3(istr);
-    iup[0] = ifor[1] * istr[2] - ifor[2] * istr[1];
-    iup[1] = ifor[2] * istr[0] - ifor[0] * istr[2];
-    iup[2] = ifor[0] * istr[1] - ifor[1] * istr[0];
-    normalize3(iup);
-    ipos[3] = ifor[3] = iup[3] = istr[3] = 0.0f;
+    ipos[0] = ex, ipos[1] = ey, ipos[2] = ez, ipos[3] = 0.0f;
+    const float forward[3] = {fx, fy, fz}, up[3] = {ux, uy, uz};
+    look_along(forward, up);
 }
 
 // An image of w x h pixels (buffers cleared), with its view constants.
