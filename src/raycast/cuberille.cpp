@@ -57,7 +57,7 @@ static void cuberille_preview(RenderTarget* target, uint32_t* voxels, const RayF
         if (!cell_inside(w, g)) return;
         w.cross_t = trunc_i32((float)start_depth * 0.9f);
         walk_ray<Form::preview, true>(w, g, [&](const RayWalk& w) {
-            const uint32_t word = g.voxels[w.index];
+            const uint32_t word = voxel_word(g.voxels, w.index);
             if (!cuberille_hit(opacity, word & density_mask)) return false;
             color[i] = cuberille_color<model>(colors, word, w.entry_face);
             mask[i] = 1;
@@ -105,7 +105,7 @@ static void cuberille_final_line(uint32_t* row, uint32_t width, const GridView& 
             start_walk(w, g, p, p, dir);
             if (cell_inside(w, g) || enter_grid(w, g)) {
                 walk_ray<Form::final_pass, false>(w, g, [&](const RayWalk& w) {
-                    const uint32_t word = vox[w.index];
+                    const uint32_t word = voxel_word(vox, w.index);
                     if (!cuberille_hit(opacity, word & density_mask)) return false;
                     pixel = cuberille_color<model>(colors, word, w.entry_face);
                     return true;

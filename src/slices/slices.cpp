@@ -176,7 +176,7 @@ static void walk_axis_slice(RenderTarget* target, const uint32_t* voxels, uint32
             if (!(p >= 0.0f && p < fa && q >= 0.0f && q < fb)) continue;
             const uint32_t ip = (uint32_t)p, iq = (uint32_t)q;
             const size_t index = fixed + ip * sp + iq * sq;
-            const uint32_t dA = voxels[index] & density_mask;
+            const uint32_t dA = voxel_word(voxels, index) & density_mask;
             if constexpr (!Filter) {
                 out[col] = UseTf ? weigh(clut[dA], olut[dA]) : clut[dA];
             } else {
@@ -188,18 +188,18 @@ static void walk_axis_slice(RenderTarget* target, const uint32_t* voxels, uint32
                 uint32_t c;
                 float op = 0.0f;
                 if (along_p && along_q) {
-                    const uint32_t dB = voxels[index + sp] & density_mask;
-                    const uint32_t dC = voxels[index + sq] & density_mask;
-                    const uint32_t dD = voxels[index + sp + sq] & density_mask;
+                    const uint32_t dB = voxel_word(voxels, index + sp) & density_mask;
+                    const uint32_t dC = voxel_word(voxels, index + sq) & density_mask;
+                    const uint32_t dD = voxel_word(voxels, index + sp + sq) & density_mask;
                     c = mix(mix(A, clut[dB], wp), mix(clut[dC], clut[dD], wp), wq);
                     if (UseTf)
                         op = fq * (fp * olut[dD] + gp * olut[dC]) + gq * (gp * olut[dA] + fp * olut[dB]);
                 } else if (along_p) {
-                    const uint32_t dB = voxels[index + sp] & density_mask;
+                    const uint32_t dB = voxel_word(voxels, index + sp) & density_mask;
                     c = mix(mix(A, clut[dB], wp), 0, wq);
                     if (UseTf) op = (gp * olut[dA] + fp * olut[dB]) * gq;
                 } else if (along_q) {
-                    const uint32_t dC = voxels[index + sq] & density_mask;
+                    const uint32_t dC = voxel_word(voxels, index + sq) & density_mask;
                     c = mix(mix(A, 0, wp), mix(clut[dC], 0, wp), wq);
                     if (UseTf) op = gp * (gq * olut[dA] + fq * olut[dC]);
                 } else {
@@ -242,7 +242,7 @@ static void walk_plane_slice(RenderTarget* target, const uint32_t* voxels, float
             const float t = rhs / (n0 * dir[0] + n1 * dir[1] + n2 * dir[2]);
             const float x = dir[0] * t + c0, y = dir[1] * t + c1, z = dir[2] * t + c2;
             if (x >= 0.0f && x < fx && y >= 0.0f && y < fy && z >= 0.0f && z < fz) {
-                const uint32_t d = voxels[((uint32_t)x * vz + (uint32_t)z) * vy + (uint32_t)y] & density_mask;
+                const uint32_t d = voxel_word(voxels, ((uint32_t)x * vz + (uint32_t)z) * vy + (uint32_t)y) & density_mask;
                 out[col] = UseTf ? weigh(clut[d], olut[d]) : clut[d];
             }
             dir[0] += px[0];

@@ -6,6 +6,7 @@
 // live until the next load; the pointers are replaced, never resized in place.
 #pragma once
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 // Voxel word: density in bits 0-11, occlusion in bits 16-23, every other bit 0.
@@ -17,6 +18,15 @@ extern uint32_t vol_x, vol_y, vol_z;  // grid sizes, margin included (file sizes
 inline uint32_t voxel_index(uint32_t x, uint32_t y, uint32_t z)
 {
     return (x * vol_z + z) * vol_y + y;
+}
+
+// The words are shared with the occlusion worker, which rewrites their occlusion half while
+// the passes read them, with no lock. Every read that can overlap a running worker goes
+// through here: a relaxed atomic load, so that the sharing is defined behaviour (and
+// ThreadSanitizer sees it as such). It compiles to the plain load; no result changes.
+[[gnu::always_inline]] inline uint32_t voxel_word(const uint32_t* words, size_t index)
+{
+    return __atomic_load_n(words + index, __ATOMIC_RELAXED);
 }
 
 // Density histogram of the last load or blur: 4096 counts, counted before the noise threshold
