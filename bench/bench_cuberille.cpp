@@ -19,6 +19,8 @@
 #include <vector>
 #include <unistd.h>
 
+#include "app/app.h"
+#include "app/passes.h"
 #include "core/core.h"
 #include "core/headless/seam_null.h"
 #include "raycast/raycast.h"

@@ -1,8 +1,8 @@
-// make_pencil_tex.cpp — generates src/core/pencil_tex.cpp, the five 64 x 64 paper textures of
+// make_pencil_tex.cpp — writes the pencil_tex table, the five 64 x 64 paper textures of
 // the pencil-sketch shading.
 //
 //   g++ -std=c++20 -O2 -o make-pencil-tex tools/make_pencil_tex.cpp
-//   ./make-pencil-tex > src/core/pencil_tex.cpp
+//   ./make-pencil-tex > pencil_tex.cpp     (the build does this into build/generated)
 //
 // Each texture is paper grain (value noise on the torus plus a little per-texel grain) darkened
 // by graphite strokes: short tapered lines, mostly diagonal, drawn with wrap-around coordinates
@@ -268,8 +268,7 @@ int main()
         "// light to dark: paper grain and diagonal graphite strokes, tileable in both\n"
         "// directions. Texel (x, y) is pencil_tex[level][x + y * 64], a grey 0x00RRGGBB word.\n"
         "//\n"
-        "// Generated data, do not edit: tools/make_pencil_tex.cpp regenerates this file\n"
-        "// (make-pencil-tex > src/core/pencil_tex.cpp).\n"
+        "// Generated at build time by tools/make_pencil_tex.cpp; do not edit.\n"
         "#include \"core/core.h\"\n"
         "\n"
         "const uint32_t pencil_tex[5][4096] = {\n");

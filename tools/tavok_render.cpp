@@ -28,6 +28,8 @@
 #include <string>
 #include <vector>
 
+#include "app/app.h"
+#include "app/passes.h"
 #include "core/core.h"
 #include "core/seam.h"
 #include "output/png.h"

@@ -23,9 +23,6 @@ extern float istr[4];  // strafe; istr x iup = ifor
 // ifor = normalise(forward), istr = normalise(up x ifor), iup = normalise(ifor x istr), so that
 // istr x iup = ifor. ipos stays.
 void look_along(const float* forward, const float* up);
-// The start frame: eye at the volume centre (integer halves, so the origin before a load),
-// looking along -z with y up.
-void set_start_camera();
 
 // ---------------------------------------------------------------------------------------------
 // The image a pass writes. One global instance; the buffers belong to the frame-buffer code
@@ -65,15 +62,16 @@ void compute_view_constants();
 // Per-frame vectors, written just before a preview: ifor and light_dir + view_dir normalised.
 extern float view_dir[3];
 extern float half_vector[3];
+// Computes view_dir and half_vector from the camera and the light, as the frame loop does
+// before every preview.
+void prepare_preview_vectors();
 
 // ---------------------------------------------------------------------------------------------
-// Frame loop state (frame.cpp).
+// State of the render protocol and of the loaded volume that every room may read. Written by
+// the frame loop and the load path (src/app), gui_active by the GTK pump, color_dialog_open by
+// the colour dialog.
 extern int final_pending;        // a preview was shown and its final pass is due
 extern int volume_loaded;        // 0 until the first good load, then 1
-extern int idle_clears;          // idle frames that cleared the buffers, up to 2
-extern char fps_text[7];         // frames per second of the last four frames; nothing shows it
-extern unsigned frame_times[4];  // the four slots of the frame counter
-extern int frame_slot;
 extern float vol_diag;           // volume diagonal with the margin
 extern float vol_diag_sq;
 extern char last_volume_path[4096];
@@ -99,24 +97,6 @@ void cross3(const float* a, const float* b, float* c);
 // Replaces each component of ifor whose magnitude is below 0.0001 by +-0.0001 (0.0 goes to
 // +0.0001). A lasting change: the traversal divides by these components.
 void clamp_forward();
-
-// One frame of the main loop, and the loop itself (never returns).
-void frame();
-[[noreturn]] void frame_loop();
-// The load path of a frame: takes the chooser's file name and loads it.
-void serve_load_request();
-// Everything the load path does with a name (log, loader choice, derived data, camera,
-// slices, cut shapes). Returns false when the loader refused the file; then nothing changed.
-bool load_volume_file(const char* path);
-// Runs the preview of render_mode (or the abstract view) as the frame loop's preview path.
-void run_preview();
-// Runs the final pass of render_mode / interp_mode; false when the mode has none.
-bool run_final();
-// Whether render_mode has a preview and a final pass in this build.
-bool mode_is_rendered(int mode);
-// Modes 4 to 10 start a final pass only when the last double click in the editor strip is
-// more than 350 ms old; other modes always may.
-bool pause_rule_met();
 
 // Start values of the cut shapes, and the plane normal shown in the cutting tab's entries:
 // plane cut, normal = light_dir normalised, sphere of squared radius 1600 at the origin, and

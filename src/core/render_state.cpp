@@ -1,33 +1,29 @@
 // render_state.cpp — camera, render target, frame buffers and view constants.
 // Owns ipos/ifor/iup/istr, render_target and its buffers, edge_scratch, offscreen_pixels,
-// the view constants and the mouse state shared by input and the editor strip. The buffers
+// the view constants, the shared state of the render protocol (final_pending, volume_loaded,
+// vol_diag, ...) and the mouse state shared by input and the editor strip. The buffers
 // are replaced by alloc_frame_buffers (start, resize, render to file); nothing else frees them
 // but the exit.
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
-
 #include <cstdio>
+#include <cstring>
 
 #include "core/core.h"
 #include "core/seam.h"
-#include "volume/volume.h"
 
 float ipos[4] = {0.0f, 0.0f, 0.0f, 0.0f};
 float ifor[4] = {0.0f, 0.0f, -1.0f, 0.0f};
 float iup[4] = {0.0f, 1.0f, 0.0f, 0.0f};
 float istr[4] = {-1.0f, 0.0f, 0.0f, 0.0f};
 
-void set_start_camera()
-{
-    ipos[0] = (float)(vol_x / 2);
-    ipos[1] = (float)(vol_y / 2);
-    ipos[2] = (float)(vol_z / 2);
-    ifor[0] = 0.0f, ifor[1] = 0.0f, ifor[2] = -1.0f;
-    iup[0] = 0.0f, iup[1] = 1.0f, iup[2] = 0.0f;
-    istr[0] = -1.0f, istr[1] = 0.0f, istr[2] = 0.0f;
-    ipos[3] = ifor[3] = iup[3] = istr[3] = 0.0f;
-}
+int final_pending = 0;
+int volume_loaded = 0;
+float vol_diag = 0.0f;
+float vol_diag_sq = 0.0f;
+char last_volume_path[4096];
+int gui_active = 0;
+int color_dialog_open = 0;
 
 RenderTarget render_target = {0, 0, nullptr, nullptr, nullptr};
 uint32_t* edge_scratch = nullptr;
@@ -144,6 +140,14 @@ void set_cut_defaults()
     cut_sphere_r2 = 1600.0f;
     abstract_sphere_color = 0xcc0000;
     abstract_box_color = 0xcc00;
+}
+
+void prepare_preview_vectors()
+{
+    for (int i = 0; i < 3; ++i) view_dir[i] = ifor[i];
+    normalize3(view_dir);
+    for (int i = 0; i < 3; ++i) half_vector[i] = light_dir[i] + view_dir[i];
+    normalize3(half_vector);
 }
 
 void clamp_forward()

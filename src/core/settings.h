@@ -74,6 +74,20 @@
     S(int, isovalue, 2048)                /* panel; main isovalue                              */  \
     S(uint8_t, refine_tolerance, 10)      /* colour tolerance of the preview refinement        */
 
+// The values of render_mode, by name. The program's pass table (src/app/passes.h) has a row for
+// each of them.
+enum RenderModeValue : int {
+    mode_cuberille = 0,  // cuberille first hit
+    mode_firsthit = 2,   // interpolated first hit
+    mode_mip = 4,        // maximum intensity projection
+    mode_avg = 6,        // average value projection
+    mode_rbs = 8,        // region boundary surfaces
+    mode_ics = 10,       // isovalue contour surfaces
+    mode_slices = 12,    // the slice view
+};
+// The values of interp_mode.
+enum InterpModeValue : uint8_t { interp_none = 0, interp_bilinear = 1, interp_trilinear = 2 };
+
 #define TAVOK_DECLARE_S(type, name, start) extern type name;
 #define TAVOK_DECLARE_A(type, name, start) extern type name[4];
 #define TAVOK_DECLARE_V(name, x, y, z) extern float name[3];

@@ -74,7 +74,7 @@ static void cuberille_preview(RenderTarget* target, uint32_t* voxels, const RayF
 void render_cuberille_preview(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
                               float* iup, float* istr)
 {
-    lattice_step = 8;
+    lattice_step = cuberille_lattice;
     RayFrame f;
     setup_ray_frame(f, ipos, ifor, iup, istr);
     switch (light_model) {

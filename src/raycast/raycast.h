@@ -15,6 +15,7 @@ extern int lattice_step;
 
 // Render mode 0, cuberille first hit. The preview leaves color, depth, mask and lattice_step
 // for the final; the final recomputes every pixel and gives up on a change (odd lines).
+constexpr int cuberille_lattice = 8;  // the preview's first lattice
 void render_cuberille_preview(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
                               float* iup, float* istr);
 void render_cuberille_final(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,

@@ -28,6 +28,7 @@
 #include <cstring>
 
 #include "core/core.h"
+#include "raycast/raycast.h"
 #include "volume/volume.h"
 
 #define TAVOK_INLINE [[gnu::always_inline]] inline
@@ -462,9 +463,6 @@ TAVOK_INLINE bool enter_grid(RayWalk& w, const GridView& g)
 // ---------------------------------------------------------------------------------------------
 // The adaptive preview (shared by every preview pass).
 //
-// Pixel distance of the first lattice, set by each preview and read by the finals.
-extern int lattice_step;
-
 // The colour tolerance of the three refinement levels (T' of level 1, 2, 3 and beyond) from
 // refine_tolerance, per mode.
 struct LatticeRules {

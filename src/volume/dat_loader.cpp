@@ -11,7 +11,6 @@
 
 #include "core/core.h"
 #include "core/seam.h"
-#include "slices/slices.h"
 #include "transfer/transfer.h"
 #include "volume/volume.h"
 
@@ -92,9 +91,5 @@ bool load_dat_volume(const char* path)
     free(block);
     fclose(file);
 
-    volume_loaded = 1;
-    reset_slices();
-    init_transfer_editor();
-    refresh = 1;
     return true;
 }

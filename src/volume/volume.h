@@ -39,7 +39,8 @@ void compute_max_histo();
 // Loads a .dat file: three 16-bit sizes, then 16-bit samples with x fastest. Samples below
 // 500 are stored as 0; a sample above 4095 ends the program. A file that can't be opened, is
 // shorter than its header says or whose grid is too large is refused before anything is
-// freed: a message, false, and the old volume stays.
+// freed: a message, false, and the old volume stays. True: the new grid, its sizes (margin
+// included), histo and the grey lookup tables stand; the load path does the rest.
 bool load_dat_volume(const char* path);
 
 // Stores value in bits 16-31 of every word of the grid, leaving bits 0-15 alone.

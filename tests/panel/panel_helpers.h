@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "app/app.h"
+#include "app/passes.h"
 #include "core/core.h"
 #include "core/headless/seam_null.h"
 #include "panel/panel.h"

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "app/app.h"
+#include "app/passes.h"
 #include "core/core.h"
 #include "core/headless/seam_null.h"
 #include "volume/volume.h"

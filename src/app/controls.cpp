@@ -1,6 +1,6 @@
-// input.cpp — the display-free half of input_pump: what one sample of keys and mouse does to
+// controls.cpp — the display-free half of input_pump: what one sample of keys and mouse does to
 // the camera, the slices, the render settings of the key table and the strip latch. The SDL
-// half (src/core/window/input.cpp) reads the state, calls apply_input and applies the pointer
+// half (src/app/window/sdl_input.cpp) reads the state, calls apply_input and applies the pointer
 // capture it asks for.
 //
 // Writes ipos/ifor/iup/istr, refresh, the mouse globals, max_ray_steps, refine_tolerance,
@@ -12,7 +12,7 @@
 #include <cstdio>
 
 #include "core/core.h"
-#include "core/input.h"
+#include "app/controls.h"
 #include "core/seam.h"
 #include "slices/slices.h"
 #include "transfer/transfer.h"

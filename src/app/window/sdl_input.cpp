@@ -1,12 +1,12 @@
-// input.cpp — input_pump, the only reader of SDL input: once a frame (and on each polled line
+// sdl_input.cpp — input_pump, the only reader of SDL input: once a frame (and on each polled line
 // of a final pass) it samples the keys, the mouse buttons and motion, hands the sample to
-// apply_input (src/core/input.cpp, display-free), hides and grabs or shows and frees the
+// apply_input (src/app/controls.cpp, display-free), hides and grabs or shows and frees the
 // pointer as that asks, and handles the events that matter: window close, resize and button
 // releases. Part of the tavok program only; everything it changes is done in the library.
 #include "core/core.h"
-#include "core/input.h"
+#include "app/controls.h"
 #include "core/seam.h"
-#include "core/window/window.h"
+#include "app/window/window.h"
 
 void input_pump()
 {

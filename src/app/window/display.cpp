@@ -7,7 +7,7 @@
 
 #include "core/core.h"
 #include "core/seam.h"
-#include "core/window/window.h"
+#include "app/window/window.h"
 #include "transfer/transfer.h"
 
 SDL_Surface* screen = nullptr;

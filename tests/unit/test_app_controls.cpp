@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-#include "core/input.h"
+#include "app/controls.h"
 #include "raycast_helpers.h"
 #include "slices/slices.h"
 

@@ -1,7 +1,7 @@
-// input.h — what input_pump does with one sample of the keyboard and the mouse: camera
+// controls.h — what input_pump does with one sample of the keyboard and the mouse: camera
 // navigation (mouse look, roll, moves), slice stepping and zoom, the middle-button kind
 // switch, the key table, and the latch that hands presses on the editor strip to the
-// transfer room. Display-free: the window's input_pump (src/core/window/input.cpp) reads SDL
+// transfer room. Display-free: the window's input_pump (src/app/window/sdl_input.cpp) reads SDL
 // and calls apply_input; tests call it with made-up samples.
 //
 // Writes the camera frame, refresh, the mouse globals of core.h, max_ray_steps,

@@ -9,9 +9,9 @@
 
 #include "core/core.h"
 #include "core/seam.h"
-#include "core/window/window.h"
+#include "app/window/window.h"
 #include "panel/panel.h"
-#include "slices/slices.h"
+#include "app/app.h"
 
 static const char* program_name;
 
@@ -35,11 +35,7 @@ int main(int argc, char** argv)
         clean_up_and_exit(0, "usage: %s [FILE]\n  FILE  a volume to load at start (.dat, .kvx, .vox)\n",
                           program_name);
 
-    set_cut_defaults();
-
-    compute_view_constants();
-    reset_slices();
-    set_start_camera();
+    start_view();
 
     if (argc > 1) {
         if (argc > 2) printf("only the first file is loaded: %s\n", argv[1]);

@@ -1,0 +1,110 @@
+// load.cpp — the load path: the loader chosen by the file's ending, then what every good load
+// is followed by, whatever the format: the editor strip, the volume's diagonal, the neutral
+// occlusion, gradients and brick map, the panel, the camera, the slices and the cut shapes.
+//
+// Called by the frame loop when the chooser asked for a load (and by tavok-render, the tests
+// and the benchmarks with a path). A loader either refuses a file before it touches anything
+// (false: the old volume, its tables and last_volume_path stay as they were) or leaves a
+// complete new grid with its histogram and lookup tables.
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "app/app.h"
+#include "core/core.h"
+#include "core/seam.h"
+#include "slices/slices.h"
+#include "transfer/transfer.h"
+#include "volume/volume.h"
+
+static bool ends_with(const char* name, const char* tail)
+{
+    size_t n = strlen(name), m = strlen(tail);
+    return n >= m && memcmp(name + n - m, tail, m) == 0;
+}
+
+// Palette volumes are not read by this build: the file is refused and nothing changes.
+static bool refuse_palette_volume(const char* path)
+{
+    printf("can't read %s: palette volumes are not supported yet\n", path);
+    return false;
+}
+
+// Only the exact lower and upper case endings choose a palette loader; everything else, .Kvx
+// included, is read as .dat.
+static bool (*choose_loader(const char* path))(const char*)
+{
+    if (ends_with(path, ".kvx") || ends_with(path, ".KVX")) {
+        puts("it's a *.KVX");
+        return refuse_palette_volume;
+    }
+    if (ends_with(path, ".vox") || ends_with(path, ".VOX")) {
+        puts("it's a *.VOX");
+        return refuse_palette_volume;
+    }
+    return load_dat_volume;
+}
+
+bool load_volume_file(const char* path)
+{
+    char previous_path[sizeof last_volume_path];
+    memcpy(previous_path, last_volume_path, sizeof previous_path);
+    snprintf(last_volume_path, sizeof last_volume_path, "%s", path);
+    printf("%s\n", path);
+    flip_display();
+
+    bool (*loader)(const char*) = choose_loader(path);
+    // The worker reads and writes the grid: it ends before a loader may replace it.
+    stop_shadow_thread();
+    if (!loader(path)) {
+        // The file was refused before the old volume was touched: keep everything as it was.
+        memcpy(last_volume_path, previous_path, sizeof previous_path);
+        return false;
+    }
+
+    // The new grid stands, with its sizes, histogram and tables.
+    volume_loaded = 1;
+    init_transfer_editor();
+    refresh = 1;
+
+    vol_diag = sqrtf((float)(vol_x * vol_x + vol_y * vol_y + vol_z * vol_z));
+    fill_occlusion(0x80);
+    calc_gradients();
+    build_block_map();
+
+    set_spin_range("GUIsliceD", -vol_diag, vol_diag);
+    set_notebook_page("GUIrendermodeTabs", 0);
+    ipos[0] = (float)(vol_x / 2);
+    ipos[1] = (float)(vol_y / 2);
+    ipos[2] = (float)(vol_z / 2);
+    reset_slices();
+    set_widget_active("GUIsliceXY", 1);
+    refresh = 1;
+
+    // The cut shapes follow the sliders, scaled by the new diagonal.
+    cut_plane_d = -0.5f * vol_diag + (float)widget_value("GUICuttingPlaneD") * 2.0f * vol_diag;
+    cut_sphere_center[0] = (float)widget_value("GUISphereXSlider") * vol_diag;
+    cut_sphere_center[1] = (float)widget_value("GUISphereYSlider") * vol_diag;
+    cut_sphere_center[2] = (float)widget_value("GUISphereZSlider") * vol_diag;
+    float r = (float)widget_value("GUISphereRSlider") * vol_diag;
+    cut_sphere_r2 = r * r;
+    vol_diag_sq = vol_diag * vol_diag;
+    return true;
+}
+
+void serve_load_request()
+{
+    refresh = 0;
+    final_pending = 0;
+    set_progress("GUIprogressBar", 0.0);
+    char* name = take_chooser_filename();
+    if (!name) set_chooser_filename(last_volume_path);
+    else {
+        load_volume_file(name);
+        free(name);
+    }
+    load_requested = 0;
+    set_progress("GUIprogressBar", 0.0);
+    vol_diag_sq = vol_diag * vol_diag;
+}
