@@ -113,7 +113,7 @@ static int64_t hand_count(int64_t last, int64_t t, int64_t dt, float inverse_dt)
                                  float* iup, float* istr)
 {
     RayFrame f;
-    setup_ray_frame(f, ipos, ifor, iup, istr);
+    setup_ray_frame(f, &render_target, ipos, ifor, iup, istr);
     const uint32_t W = target->width, H = target->height;
     const uint32_t sx = vol_x, sy = vol_y, sz = vol_z, bz = block_z, by = block_y;
     const int64_t str_x = (int64_t)vol_y * vol_z, str_z = vol_y;
@@ -225,7 +225,7 @@ static int64_t hand_count(int64_t last, int64_t t, int64_t dt, float inverse_dt)
         }
         for (int a = 0; a < 3; ++a) line[a] = line[a] + f.line_inc[a];
     }
-    show_image();
+    show_image(target);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -239,7 +239,7 @@ struct Work {
 static Work count_final_work()
 {
     RayFrame f;
-    setup_ray_frame(f, ipos, ifor, iup, istr);
+    setup_ray_frame(f, &render_target, ipos, ifor, iup, istr);
     const GridView g = grid_view(voxels);
     Work work;
     float line[3] = {f.first[0], f.first[1], f.first[2]};
@@ -252,7 +252,7 @@ static Work count_final_work()
                 work.rays += 1;
                 RayWalk w;
                 start_walk(w, g, p, p, dir);
-                if (cell_inside(w, g) || enter_grid(w, g)) {
+                if (cell_inside(w, g) || enter_grid<false>(w, g)) {
                     RayWalk start = w;
                     bool hit = walk_ray<Form::final_pass, false>(w, g, [&](const RayWalk& w) {
                         work.visits += 1;

@@ -124,16 +124,10 @@ struct RenderJob {
     int bench = 0;
 };
 
-static const struct { const char* name; int mode; } mode_names[] = {
-    {"slices", 12}, {"cuberille", 0}, {"firsthit", 2}, {"mip", 4},
-    {"avg", 6},     {"rbs", 8},       {"ics", 10},
-};
-
 static const char* mode_name(int mode)
 {
-    for (auto& m : mode_names)
-        if (m.mode == mode) return m.name;
-    return nullptr;
+    const RenderPass* row = find_pass(mode);
+    return row ? row->name : nullptr;
 }
 
 // Numbers are read whole: trailing characters, empty text, overflow and non-finite values are
@@ -416,8 +410,8 @@ static RenderJob parse_command_line(int argc, char** argv)
             job.sets.push_back(parse_set(value));
         } else if (option == "--mode") {
             if (job.mode >= 0) fail("--mode is given twice");
-            for (auto& m : mode_names)
-                if (strcmp(value, m.name) == 0) job.mode = m.mode;
+            for (const RenderPass& row : render_passes)
+                if (strcmp(value, row.name) == 0) job.mode = row.mode;
             if (job.mode < 0)
                 fail("--mode %s: unknown mode; the modes are slices, cuberille, firsthit, mip, avg, "
                      "rbs and ics", value);
@@ -508,23 +502,6 @@ static void check_job(const RenderJob& job)
 // ---------------------------------------------------------------------------------------------
 // Start-up and load, as the window has them.
 
-// What main and init_control_panel do before the first frame, without a window: the
-// settings table, the panel's start values, the cut shapes, a 512 x 512 window's image area,
-// the view constants, the slices and the start camera.
-static void start_like_the_window()
-{
-    set_default_settings();
-    set_panel_defaults();
-    color_dialog_open = 0;
-    window_width = 512;
-    window_height = 512;
-    alloc_frame_buffers(512, 512 * 4 / 5, 512 * 4 / 5);
-    set_cut_defaults();
-    compute_view_constants();
-    reset_slices();
-    set_start_camera();
-}
-
 static void apply_setting(const SetStep& step)
 {
     for (int k = 0; k < step.count; ++k) {
@@ -570,52 +547,6 @@ static void apply_camera(const RenderJob& job)
     look_along(forward, up);
 }
 
-// --color and --opacity: the node at that density gets the value, or a new node is linked in
-// there, and the transfer function's own reinterpolation rewrites the two table segments on
-// either side of it. Densities 0 and 4095 always find the end nodes. The marker places on the
-// strip follow from the backdrop redraw, as after any edit.
-static void apply_node(const NodeStep& step)
-{
-    if (step.is_color) {
-        ColorNode* prev = nullptr;
-        ColorNode* at = color_nodes;
-        while (at && at->pos < step.pos) prev = at, at = at->next;
-        if (!at || at->pos != step.pos) {
-            ColorNode* node = (ColorNode*)malloc(sizeof(ColorNode));
-            if (!node) clean_up_and_exit(0, "out of mem!");
-            node->pos = (uint16_t)step.pos;
-            node->scx = (uint16_t)(step.pos * tf_width / 4096);
-            node->scy = (uint16_t)(tf_height - 1 - tf_bar_h / 2);
-            node->prev = prev;
-            node->next = at;
-            prev->next = node;  // pos 0 is the first node's, so a new node has a prev
-            if (at) at->prev = node;
-            at = node;
-        }
-        at->color = step.color;
-        reinterpolate_colors(at);
-    } else {
-        OpacityNode* prev = nullptr;
-        OpacityNode* at = opacity_nodes;
-        while (at && at->pos < step.pos) prev = at, at = at->next;
-        if (!at || at->pos != step.pos) {
-            OpacityNode* node = (OpacityNode*)malloc(sizeof(OpacityNode));
-            if (!node) clean_up_and_exit(0, "out of mem!");
-            node->pos = (uint16_t)step.pos;
-            node->scx = (uint16_t)(step.pos * tf_width / 4096);
-            node->scy = 0;
-            node->prev = prev;
-            node->next = at;
-            prev->next = node;
-            if (at) at->prev = node;
-            at = node;
-        }
-        at->opacity = step.opacity;
-        reinterpolate_opacity(at);
-        draw_tf_backdrop();
-    }
-}
-
 // Everything the job asks of the loaded volume, in the fixed order of the options.
 static void apply_job(const RenderJob& job)
 {
@@ -627,7 +558,10 @@ static void apply_job(const RenderJob& job)
     compute_view_constants();
     for (int k = 0; k < job.blur; ++k) blur_data();
 
-    for (const NodeStep& step : job.nodes) apply_node(step);
+    for (const NodeStep& step : job.nodes) {
+        if (step.is_color) set_color_node_at(step.pos, step.color);
+        else set_opacity_node_at(step.pos, step.opacity);
+    }
     for (const SetStep& step : job.sets) apply_setting(step);
     if (job.mode >= 0) render_mode = job.mode;
     if (job.interp >= 0) interp_mode = (uint8_t)job.interp;
@@ -654,14 +588,15 @@ struct PassTimes {
 // The rays a preview cast, read from what it leaves: each ray marks its pixel in mask (1 cast,
 // 2 cast and missed the box) and no pixel is cast twice, so the marks count the lattice rays
 // and the refining rays. (A refining ray whose first cell lies outside the grid stores nothing
-// and is not counted; it stops before it walks.) The firsthit preview keeps no mask: for it
-// only the first lattice, which is always cast whole, can be counted. The slice view is one
-// ray per pixel, met with the plane.
+// and is not counted; it stops before it walks.) A preview that keeps no mask (firsthit) can
+// only be counted by its first lattice, which is always cast whole. The slice view, which
+// has no lattice, is one ray per pixel, met with the plane.
 static uint64_t preview_rays()
 {
     const uint32_t w = render_target.width, h = render_target.height;
-    if (render_mode == 12) return (uint64_t)w * h;
-    if (render_mode == 2) {
+    const RenderPass* row = find_pass(render_mode);
+    if (!row->lattice) return (uint64_t)w * h;
+    if (!row->preview_marks_mask) {
         const uint32_t L = (uint32_t)lattice_step;
         return (uint64_t)((w + L - 1) / L) * ((h + L - 1) / L);
     }
@@ -671,14 +606,15 @@ static uint64_t preview_rays()
     return n;
 }
 
-// The rays a final casts: one per pixel, except in the non-trilinear finals of modes 4, 6 and
-// 10, which keep the pixels the preview cast and cast the rest; column 0 is cast in any case.
-// Counted from the mask the preview left, before the final runs.
+// The rays a final casts: one per pixel, except in the non-trilinear finals that keep the
+// pixels the preview cast and cast the rest; column 0 is cast in any case. Counted from the
+// mask the preview left, before the final runs.
 static uint64_t final_rays()
 {
     const uint32_t w = render_target.width, h = render_target.height;
-    bool keeps_preview_rays = interp_mode < 2 && (render_mode == 4 || render_mode == 6 || render_mode == 10);
-    if (!keeps_preview_rays) return (uint64_t)w * h;
+    const RenderPass* row = find_pass(render_mode);
+    bool trilinear = interp_mode == interp_trilinear && row->final_trilinear;
+    if (!row->final_keeps_preview_rays || trilinear) return (uint64_t)w * h;
     const uint32_t m = (uint32_t)lattice_step - 1;
     uint64_t n = 0;
     for (uint32_t y = 0; y < h; ++y)
@@ -697,10 +633,7 @@ static PassTimes render_once(bool preview_only)
     // The frame loop's preparation of a preview: the lasting clamp of ifor, then view_dir and
     // half_vector from the clamped frame.
     clamp_forward();
-    for (int i = 0; i < 3; ++i) view_dir[i] = ifor[i];
-    normalize3(view_dir);
-    for (int i = 0; i < 3; ++i) half_vector[i] = light_dir[i] + view_dir[i];
-    normalize3(half_vector);
+    prepare_preview_vectors();
 
     // Nothing may interrupt: the null pumps deliver no events and no worker runs, so refresh
     // stays 0 through both passes; the check after them proves it.
@@ -711,7 +644,7 @@ static PassTimes render_once(bool preview_only)
     run_preview();
     t.preview_ms = now_ms() - t0;
     t.preview_rays = preview_rays();
-    if (!preview_only && render_mode <= 10) {
+    if (!preview_only && find_pass(render_mode)->final) {
         t.final_rays = final_rays();
         t0 = now_ms();
         if (!run_final())
@@ -758,7 +691,8 @@ int main(int argc, char** argv)
     RenderJob job = parse_command_line(argc, argv);
     check_job(job);
 
-    start_like_the_window();
+    // The window's start-up, without the window: a 512 x 512 window's image, then the job's.
+    start_library(512, 512);
     if (!load_volume_file(job.volume)) fail("can't load %s", job.volume);
     apply_job(job);
     offscreen_render = 1;

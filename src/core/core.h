@@ -58,6 +58,13 @@ extern float view_long_side, view_short_side, view_aspect, view_aspect_inverse;
 extern float half_extent_str, half_extent_up;  // half the image plane along istr, iup
 extern float pixel_step, pixel_step_copy;      // 1 / short side
 void compute_view_constants();
+// The image plane of a target, by the same rule: the short side spans one unit, so pixels are
+// square. What the passes lay their rays out with.
+struct ViewExtents {
+    float half_str, half_up;  // half the image plane along istr and iup
+    float pixel_step;         // 1 / short side
+};
+ViewExtents view_extents(const RenderTarget* target);
 
 // Per-frame vectors, written just before a preview: ifor and light_dir + view_dir normalised.
 extern float view_dir[3];
@@ -107,9 +114,9 @@ void set_cut_defaults();
 [[noreturn]] void clean_up_and_exit(int status, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 
-// Copies color (width * height words) to the window surface, or to offscreen_pixels while
-// offscreen_render is set. The end of every pass.
-void show_image();
+// Copies the target's color (width * height words) to the window surface, or to
+// offscreen_pixels while offscreen_render is set. The end of every pass.
+void show_image(const RenderTarget* target);
 
 // ---------------------------------------------------------------------------------------------
 // Static images (images.cpp).

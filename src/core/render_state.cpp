@@ -74,25 +74,49 @@ void alloc_frame_buffers(uint32_t w, uint32_t image_h, uint32_t rows)
     render_target.height = image_h;
 }
 
+// The two cases of the rule, with everything the globals keep.
+struct ViewProportions {
+    float long_side, short_side, aspect, aspect_inverse, half_str, half_up, pixel_step;
+};
+static ViewProportions view_proportions(uint32_t width, uint32_t height)
+{
+    ViewProportions v;
+    float w = (float)width, h = (float)height;
+    if (w < h) {
+        v.long_side = h;
+        v.short_side = w;
+        v.aspect = w / h;
+        v.half_str = 0.5f;
+        v.aspect_inverse = 1.0f / v.aspect;
+        v.half_up = 0.5f * v.aspect_inverse;
+    } else {
+        v.long_side = w;
+        v.short_side = h;
+        v.aspect = h / w;
+        v.half_up = 0.5f;
+        v.aspect_inverse = 1.0f / v.aspect;
+        v.half_str = 0.5f * v.aspect_inverse;
+    }
+    v.pixel_step = 1.0f / v.short_side;
+    return v;
+}
+
 void compute_view_constants()
 {
-    float w = (float)render_target.width, h = (float)render_target.height;
-    if (w < h) {
-        view_long_side = h;
-        view_short_side = w;
-        view_aspect = w / h;
-        half_extent_str = 0.5f;
-        view_aspect_inverse = 1.0f / view_aspect;
-        half_extent_up = 0.5f * view_aspect_inverse;
-    } else {
-        view_long_side = w;
-        view_short_side = h;
-        view_aspect = h / w;
-        half_extent_up = 0.5f;
-        view_aspect_inverse = 1.0f / view_aspect;
-        half_extent_str = 0.5f * view_aspect_inverse;
-    }
-    pixel_step = pixel_step_copy = 1.0f / view_short_side;
+    ViewProportions v = view_proportions(render_target.width, render_target.height);
+    view_long_side = v.long_side;
+    view_short_side = v.short_side;
+    view_aspect = v.aspect;
+    view_aspect_inverse = v.aspect_inverse;
+    half_extent_str = v.half_str;
+    half_extent_up = v.half_up;
+    pixel_step = pixel_step_copy = v.pixel_step;
+}
+
+ViewExtents view_extents(const RenderTarget* target)
+{
+    ViewProportions v = view_proportions(target->width, target->height);
+    return {v.half_str, v.half_up, v.pixel_step};
 }
 
 void normalize3(float* v)
@@ -156,9 +180,9 @@ void clamp_forward()
         if (fabsf(ifor[i]) < 0.0001f) ifor[i] = ifor[i] >= 0.0f ? 0.0001f : -0.0001f;
 }
 
-void show_image()
+void show_image(const RenderTarget* target)
 {
-    size_t bytes = (size_t)render_target.width * render_target.height * 4;
-    if (offscreen_render) memcpy(offscreen_pixels, render_target.color, bytes);
-    else if (screen_pixels) memcpy(screen_pixels, render_target.color, bytes);
+    size_t bytes = (size_t)target->width * target->height * 4;
+    if (offscreen_render) memcpy(offscreen_pixels, target->color, bytes);
+    else if (screen_pixels) memcpy(screen_pixels, target->color, bytes);
 }

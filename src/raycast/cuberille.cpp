@@ -9,6 +9,7 @@
 
 #include "core/core.h"
 #include "raycast/raycast.h"
+#include "raycast/final.h"
 #include "raycast/walk.h"
 #include "transfer/transfer.h"
 #include "volume/volume.h"
@@ -76,18 +77,14 @@ void render_cuberille_preview(RenderTarget* target, uint32_t* voxels, float* ipo
 {
     lattice_step = cuberille_lattice;
     RayFrame f;
-    setup_ray_frame(f, ipos, ifor, iup, istr);
-    switch (light_model) {
-    case 1: cuberille_preview<1>(target, voxels, f); break;
-    case 2: cuberille_preview<2>(target, voxels, f); break;
-    default: cuberille_preview<0>(target, voxels, f); break;
-    }
-    show_image();
+    setup_ray_frame(f, target, ipos, ifor, iup, istr);
+    choose<0, 1, 2>(light_model, [&](auto model) { cuberille_preview<model>(target, voxels, f); });
+    show_image(target);
 }
 
 // ---------------------------------------------------------------------------------------------
 // Final: one ray per pixel, line by line, polling the user on odd lines. The light model is
-// chosen per line, the grid and tables are taken afresh after each poll.
+// chosen per line.
 template <int model>
 static void cuberille_final_line(uint32_t* row, uint32_t width, const GridView& g, const RayFrame& f,
                                  const float* line_dir)
@@ -95,52 +92,36 @@ static void cuberille_final_line(uint32_t* row, uint32_t width, const GridView& 
     const float* const opacity = opacity_lut;
     const uint32_t* const colors = color_lut;
     const uint32_t* const vox = g.voxels;
-    float dir[3] = {line_dir[0], line_dir[1], line_dir[2]};
-    float entry[3];
-    for (uint32_t x = 0; x < width; ++x) {
+    line_pixels(f, line_dir, width, [&](uint32_t x, const float* dir) {
         uint32_t pixel = 0;
-        const float* p = f.eye;
-        if (f.eye_inside || (p = entry, ray_box_entry(dir, f.eye, entry))) {
-            RayWalk w;
-            start_walk(w, g, p, p, dir);
-            if (cell_inside(w, g) || enter_grid(w, g)) {
-                walk_ray<Form::final_pass, false>(w, g, [&](const RayWalk& w) {
-                    const uint32_t word = voxel_word(vox, w.index);
-                    if (!cuberille_hit(opacity, word & density_mask)) return false;
-                    pixel = cuberille_color<model>(colors, word, w.entry_face);
-                    return true;
-                });
-            }
+        RayWalk w;
+        float p[3];
+        if (start_final_ray<false>(w, g, f, dir, p, 0) == RayStart::in_grid) {
+            walk_ray<Form::final_pass, false>(w, g, [&](const RayWalk& w) {
+                const uint32_t word = voxel_word(vox, w.index);
+                if (!cuberille_hit(opacity, word & density_mask)) return false;
+                pixel = cuberille_color<model>(colors, word, w.entry_face);
+                return true;
+            });
         }
         row[x] = pixel;
-        for (int a = 0; a < 3; ++a) dir[a] = dir[a] + f.pixel_inc[a];
-    }
+    });
 }
 
 void render_cuberille_final(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
                             float* iup, float* istr)
 {
     RayFrame f;
-    setup_ray_frame(f, ipos, ifor, iup, istr);
-    const uint32_t width = target->width, height = target->height;
-    float dir[3] = {f.first[0], f.first[1], f.first[2]};
-    GridView g = grid_view(voxels);
-    for (uint32_t y = 0; y < height; ++y) {
-        if (y & 1) {
-            if (odd_line_interrupted(target, y)) {
-                render_cuberille_preview(target, voxels, ipos, ifor, iup, istr);
-                show_image();
-                return;
-            }
-            g = grid_view(voxels);
-        }
-        uint32_t* row = target->color + (size_t)y * width;
-        switch (light_model) {
-        case 1: cuberille_final_line<1>(row, width, g, f, dir); break;
-        case 2: cuberille_final_line<2>(row, width, g, f, dir); break;
-        default: cuberille_final_line<0>(row, width, g, f, dir); break;
-        }
-        for (int a = 0; a < 3; ++a) dir[a] = dir[a] + f.line_inc[a];
-    }
-    show_image();
+    setup_ray_frame(f, target, ipos, ifor, iup, istr);
+    const uint32_t width = target->width;
+    run_final_lines<Polling::odd_lines>(
+        target, f, voxels,
+        [&](uint32_t y, const float* line_dir, const GridView& g) {
+            uint32_t* row = target->color + (size_t)y * width;
+            choose<0, 1, 2>(light_model, [&](auto model) {
+                cuberille_final_line<model>(row, width, g, f, line_dir);
+            });
+        },
+        [&](uint32_t) { render_cuberille_preview(target, voxels, ipos, ifor, iup, istr); });
+    show_image(target);
 }

@@ -21,20 +21,25 @@ void render_cuberille_preview(RenderTarget* target, uint32_t* voxels, float* ipo
 void render_cuberille_final(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
                             float* iup, float* istr);
 
-// The three-tone face shading of light model 1 (cuberille, and the plane-sampling first hit
-// without interpolation): a y face is lightened, a z face and a ray's first cell darkened,
-// an x face left as it is. Each byte c moves toward its target byte by
-// c + (((target - c) * 5000) >> 15), the shift arithmetic on signed 32 bits, so that the two
-// directions are not symmetric: 100 lightens to 123 but darkens to 84; 0 lightens to 38 and
-// 255 darkens to 216. Lightening aims at 0x00ffffff, so a top byte is pulled toward 0 too.
-inline uint32_t shade_toward(uint32_t c, uint32_t target)
+// Moves each of the four bytes of the packed colour a toward the same byte of b by the 15-bit
+// fraction w (a weight f taken as truncate(f * 32767.0)): a + (((b - a) * w) >> 15), on signed
+// 32 bits with an arithmetic shift, the sum kept in eight bits. At w = 0 it gives a, at 32767
+// nearly b; the shift rounds toward minus infinity, so a falling byte comes out up to one
+// level low. The one way in which shading and compositing touch a colour.
+[[gnu::always_inline]] inline uint32_t color_lerp(uint32_t a, uint32_t b, int32_t w)
 {
     uint32_t out = 0;
     for (int shift = 0; shift < 32; shift += 8) {
-        int32_t b = (int32_t)((c >> shift) & 0xff), t = (int32_t)((target >> shift) & 0xff);
-        out |= (uint32_t)((b + (((t - b) * 5000) >> 15)) & 0xff) << shift;
+        const int32_t ca = (int32_t)((a >> shift) & 0xff), cb = (int32_t)((b >> shift) & 0xff);
+        out |= (uint32_t)((ca + (((cb - ca) * w) >> 15)) & 0xff) << shift;
     }
     return out;
 }
-inline uint32_t lighten(uint32_t c) { return shade_toward(c, 0x00ffffffu); }
-inline uint32_t darken(uint32_t c) { return shade_toward(c, 0u); }
+
+// The three-tone face shading of light model 1 (cuberille, and the plane-sampling first hit
+// without interpolation): a y face is lightened, a z face and a ray's first cell darkened,
+// an x face left as it is. Each byte moves 5000 / 32768 of the way toward its target, so that
+// the two directions are not symmetric: 100 lightens to 123 but darkens to 84; 0 lightens to
+// 38 and 255 darkens to 216. Lightening aims at 0x00ffffff, so a top byte is pulled toward 0.
+inline uint32_t lighten(uint32_t c) { return color_lerp(c, 0x00ffffffu, 5000); }
+inline uint32_t darken(uint32_t c) { return color_lerp(c, 0u, 5000); }

@@ -1,27 +1,17 @@
 // walk.h — the skeleton every ray caster is built on, written once and stamped out inline in
 // each pass: the frame set-up (first ray and increments), ray_box_entry, the ray start with
-// its sign rule and fixed-point set-up, the integer walk with brick skipping (walk_ray), the
-// adaptive preview lattice (run_preview_lattice) and the odd-line interruption of the finals.
+// its sign rule and fixed-point set-up, the integer walk with brick skipping (walk_ray) and the
+// adaptive preview lattice (run_preview_lattice).
 //
 // Used by every render pass of src/raycast and src/composite. Nothing here writes a global:
 // the walk reads the grid through a GridView of const locals, and the lattice writes only the
 // RenderTarget it is given and whatever the pass's own per-ray step writes.
 //
-// How a pass uses it (cuberille.cpp is the model):
-//   RayFrame f;  setup_ray_frame(f, ipos, ifor, iup, istr);      // once per pass
-//   GridView g = grid_view(voxels);           // per pass, and again after each polled line
-//   A final, per pixel, with dir accumulated from f.first by f.pixel_inc and f.line_inc:
-//     p = f.eye if f.eye_inside, else ray_box_entry(dir, f.eye, entry) (false: a miss);
-//     RayWalk w;  start_walk(w, g, p, p, dir);
-//     if (cell_inside(w, g) || enter_grid(w, g))
-//         walk_ray<Form::final_pass, keep_cross_t>(w, g, [&](const RayWalk& w) {
-//             ... read g.voxels[w.index], w.entry_face, w.cross_t ...; return hit; });
-//     At the start of each odd line: if (odd_line_interrupted(target, y)) { preview; show;
-//     return; }
-//   A preview: set lattice_step, fill a LatticeRules, and hand run_preview_lattice a cast
-//   step (preview_ray_start, start_walk from the shifted cell point, the first-cell test,
-//   cross_t = trunc(start_depth * 0.9), walk_ray<Form::preview, true>, the store rules) and
-//   a clear step for all-miss cells.
+// How a pass uses it: final.h drives the finals (line loop, polling, ray start); a preview
+// sets lattice_step, fills a LatticeRules and hands run_preview_lattice a cast step
+// (preview_ray_start, start_walk from the shifted cell point, the first-cell test, cross_t =
+// trunc(start_depth * 0.9), walk_ray<Form::preview, true>, the store rules) and a clear step
+// for all-miss cells. cuberille.cpp is the model pass.
 #pragma once
 #include <cmath>
 #include <cstdint>
@@ -66,8 +56,9 @@ struct RayFrame {
     float pixel_inc[3];  // pixel_step * istr, one pixel along a row
     float line_inc[3];   // pixel_step * iup, one line down
 };
-void setup_ray_frame(RayFrame& f, const float* ipos, const float* ifor, const float* iup,
-                     const float* istr);
+// The target's size gives the image plane (view_extents).
+void setup_ray_frame(RayFrame& f, const RenderTarget* target, const float* ipos, const float* ifor,
+                     const float* iup, const float* istr);
 
 // Where a ray from an eye outside the box first meets it. Axes in the order x, y, z; the
 // nearest candidate wins, an equal distance keeps the earlier axis. For a negative direction
@@ -116,6 +107,7 @@ TAVOK_INLINE bool ray_box_entry(const float* direction, const float* eye, float*
 // the loop goes back to a global.
 struct GridView {
     const uint32_t* voxels;
+    const GradientRecord* gradients;
     const uint32_t* block_map;
     const uint8_t* empty_radius;  // block_empty_radius
     uint32_t size_x, size_y, size_z;  // vol_x, vol_y, vol_z
@@ -127,6 +119,7 @@ TAVOK_INLINE GridView grid_view(const uint32_t* voxel_words)
 {
     GridView g;
     g.voxels = voxel_words;
+    g.gradients = gradients;
     g.block_map = block_map;
     g.empty_radius = block_empty_radius;
     g.size_x = vol_x, g.size_y = vol_y, g.size_z = vol_z;
@@ -449,11 +442,12 @@ TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit)
 // the far edge of a face) must not read it: the index lies beyond the array. Instead the ray
 // is stepped on, guarded and without visits, each step counted, until every coordinate is in
 // the grid; then the walk starts there as at a first cell. False: the ray never gets in.
+template <bool keep_cross_t>
 TAVOK_INLINE bool enter_grid(RayWalk& w, const GridView& g)
 {
     while (!cell_inside(w, g)) {
         bool crossed;
-        if (!guarded_step<false>(w, g, crossed)) return false;
+        if (!guarded_step<keep_cross_t>(w, g, crossed)) return false;
         w.steps += 1;
         if (w.steps >= g.max_steps) return false;
     }
@@ -617,10 +611,3 @@ TAVOK_INLINE bool preview_ray_start(const RayFrame& f, const float* dir, uint32_
     for (int a = 0; a < 3; ++a) cell_point[a] = p[a] + dir[a] * s;
     return true;
 }
-
-// ---------------------------------------------------------------------------------------------
-// Interruption of the finals that poll on odd lines (cuberille, firsthit, mip, avg). Call at
-// the start of every odd line y: pumps both event sources and moves the progress bar. True:
-// refresh is set and the pass must give up; color and depth have been cleared (mask is kept)
-// and the caller runs its preview with its own six arguments, shows the image and returns.
-bool odd_line_interrupted(RenderTarget* target, uint32_t y);

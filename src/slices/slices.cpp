@@ -156,6 +156,8 @@ static void walk_axis_slice(RenderTarget* target, const uint32_t* voxels, uint32
     uint32_t* const color = target->color;
     const float fa = (float)a, fb = (float)b;
     const float cx = slice_center[0], cz = slice_center[2];
+    const ViewExtents v = view_extents(target);
+    const float half_extent_str = v.half_str, half_extent_up = v.half_up, pixel_step = v.pixel_step;
 
     // The view axis is y for every axis slice: its component of the direction is the same for
     // the whole picture, so the distance factor s is one division per image.
@@ -227,6 +229,8 @@ static void walk_plane_slice(RenderTarget* target, const uint32_t* voxels, float
     const uint32_t vy = vol_y, vz = vol_z;
     const float n0 = slice_normal[0], n1 = slice_normal[1], n2 = slice_normal[2];
     const float c0 = slice_center[0], c1 = slice_center[1], c2 = slice_center[2];
+    const ViewExtents v = view_extents(target);
+    const float half_extent_str = v.half_str, half_extent_up = v.half_up, pixel_step = v.pixel_step;
 
     float dir[3], px[3], ln[3];
     for (int i = 0; i < 3; ++i) {
@@ -291,5 +295,5 @@ void render_slices(RenderTarget* target, uint32_t* voxels)
         if (slice_use_tf) walk_axis_slice<false, true>(target, voxels, a, b, fixed, sp, sq);
         else walk_axis_slice<false, false>(target, voxels, a, b, fixed, sp, sq);
     }
-    show_image();
+    show_image(target);
 }

@@ -29,6 +29,35 @@ static int pos_from_scx(int scx)
     return (int)((4096.0f / (float)tf_width) * (float)scx);
 }
 
+// A new node linked in between prev and next, which both exist: a new node is never an end.
+template <class Node>
+static Node* link_node(Node* prev, Node* next, int pos, uint16_t scx, uint16_t scy)
+{
+    Node* node = (Node*)malloc(sizeof(Node));
+    if (!node) clean_up_and_exit(0, "out of mem!");
+    node->pos = (uint16_t)pos;
+    node->scx = scx;
+    node->scy = scy;
+    node->prev = prev;
+    node->next = next;
+    prev->next = node;
+    next->prev = node;
+    return node;
+}
+
+// The node at density pos, linked in when the list has none there (for a set at a density
+// rather than at a strip column: no spacing rule on the strip applies). Its marker stands at
+// the strip column of pos and the given row until the next backdrop places it.
+template <class Node>
+static Node* node_at_density(Node* first, int pos, uint16_t scy)
+{
+    Node* prev = nullptr;
+    Node* at = first;
+    while (at->pos < pos) prev = at, at = at->next;
+    if (at->pos == pos) return at;
+    return link_node(prev, at, pos, (uint16_t)(pos * tf_width / 4096), scy);
+}
+
 // ---------------------------------------------------------------------------------------------
 // Colour nodes.
 
@@ -86,16 +115,9 @@ void insert_color_node(uint16_t scx)
         ColorNode* cur = color_nodes;
         for (;;) {
             if (prev && prev->scx + 2 < scx && scx + 2 < cur->scx) {
-                ColorNode* node = (ColorNode*)malloc(sizeof(ColorNode));
-                if (!node) clean_up_and_exit(0, "out of mem!");
+                ColorNode* node =
+                    link_node(prev, cur, pos, scx, (uint16_t)(tf_height - 1 - tf_bar_h / 2));
                 node->color = cs_color;
-                node->pos = (uint16_t)pos;
-                node->scx = scx;
-                node->scy = (uint16_t)(tf_height - 1 - tf_bar_h / 2);
-                node->prev = prev;
-                node->next = cur;
-                prev->next = node;
-                cur->prev = node;
                 // The table waits for the colour dialog to confirm the node's colour.
                 puts("inserted new colornode");
                 refresh = 1;
@@ -207,22 +229,14 @@ void insert_opacity_node(uint16_t scx, uint16_t mouse_y)
         }
     }
 
-    OpacityNode* node = (OpacityNode*)malloc(sizeof(OpacityNode));
-    if (!node) clean_up_and_exit(0, "out of mem!");
     // The strip lies below the image. A mouse above the strip wraps around in 16 bits to a
     // huge scy, and so to opacity 0 through the clamp below.
     const uint16_t scy = (uint16_t)(mouse_y - render_target.height);
     float opacity = 1.0f - (float)scy / (float)(tf_height - tf_bar_h);
     if (opacity < 0.0f) opacity = 0.0f;
     if (opacity > 1.0f) opacity = 1.0f;
+    OpacityNode* node = link_node(prev, cur, pos, scx, scy);
     node->opacity = opacity;
-    node->pos = (uint16_t)pos;
-    node->scx = scx;
-    node->scy = scy;
-    node->prev = prev;
-    node->next = cur;
-    prev->next = node;
-    cur->prev = node;
     printf("opacity=%f\n", opacity);
     reinterpolate_opacity(node);
     puts("inserted new opacitynode");
@@ -303,4 +317,22 @@ void make_default_nodes()
     *opaque = {1.0f, 4095, (uint16_t)(tf_width - 2), 1, nullptr, clear};
     color_nodes = black;
     opacity_nodes = clear;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Nodes set at a density (tavok-render's --color and --opacity).
+
+void set_color_node_at(int pos, uint32_t color)
+{
+    ColorNode* node = node_at_density(color_nodes, pos, (uint16_t)(tf_height - 1 - tf_bar_h / 2));
+    node->color = color;
+    reinterpolate_colors(node);
+}
+
+void set_opacity_node_at(int pos, float opacity)
+{
+    OpacityNode* node = node_at_density(opacity_nodes, pos, 0);
+    node->opacity = opacity;
+    reinterpolate_opacity(node);
+    draw_tf_backdrop();
 }

@@ -48,6 +48,11 @@ void insert_opacity_node(uint16_t scx, uint16_t mouse_y);
 void remove_opacity_node(uint16_t scx);
 void reinterpolate_opacity(OpacityNode* node);
 void free_transfer_nodes();
+// The node at density pos (0..4095) takes this colour or opacity, or a new node is linked in
+// there; the table segments on either side are rewritten and the strip repainted, as after any
+// edit. Densities 0 and 4095 find the end nodes. For a volume that is loaded.
+void set_color_node_at(int pos, uint32_t color);
+void set_opacity_node_at(int pos, float opacity);
 // The default lists of a fresh load (a grey ramp: black and transparent at 0, white and
 // opaque at 4095), replacing the current ones; called by init_transfer_editor.
 void make_default_nodes();

@@ -118,7 +118,7 @@ TEST(RayFrame, FirstRayAndIncrements)
     make_grid(9, 9, 9, [](int, int, int) { return 0u; });
     set_camera(1.0f, 2.0f, 3.0f, 0.0f, 0.0f, -1.0f, 0.0f, 1.0f, 0.0f);  // istr = (-1, 0, 0)
     RayFrame f;
-    setup_ray_frame(f, ipos, ifor, iup, istr);
+    setup_ray_frame(f, &render_target, ipos, ifor, iup, istr);
     EXPECT_TRUE(f.eye_inside);
     // ifor - istr * 1.0 - iup * 0.5
     EXPECT_EQ(f.first[0], 1.0f);
@@ -134,16 +134,16 @@ TEST(RayFrame, EyeInsideBoundsAreInclusive)
     make_grid(9, 7, 5, [](int, int, int) { return 0u; });
     RayFrame f;
     float eye[4] = {9.0f, 7.0f, 5.0f, 0.0f};  // the far corner: still inside
-    setup_ray_frame(f, eye, ifor, iup, istr);
+    setup_ray_frame(f, &render_target, eye, ifor, iup, istr);
     EXPECT_TRUE(f.eye_inside);
     eye[0] = 0.0f, eye[1] = 0.0f, eye[2] = 0.0f;
-    setup_ray_frame(f, eye, ifor, iup, istr);
+    setup_ray_frame(f, &render_target, eye, ifor, iup, istr);
     EXPECT_TRUE(f.eye_inside);
     eye[0] = 9.0001f;
-    setup_ray_frame(f, eye, ifor, iup, istr);
+    setup_ray_frame(f, &render_target, eye, ifor, iup, istr);
     EXPECT_FALSE(f.eye_inside);
     eye[0] = -0.0001f;
-    setup_ray_frame(f, eye, ifor, iup, istr);
+    setup_ray_frame(f, &render_target, eye, ifor, iup, istr);
     EXPECT_FALSE(f.eye_inside);
 }
 
@@ -344,14 +344,14 @@ TEST(Walk, EnterGridStepsInFromTheFarFace)
     RayWalk w;
     start_walk(w, g, p, p, dir);
     EXPECT_FALSE(cell_inside(w, g));
-    ASSERT_TRUE(enter_grid(w, g));
+    ASSERT_TRUE(enter_grid<false>(w, g));
     EXPECT_EQ(w.x, 5);
     EXPECT_EQ(w.entry_face, 1);
     EXPECT_EQ(w.index, (int64_t)voxel_index(5, 3, 3));
     // Looking away from the grid it never gets in.
     float away[3] = {1.0f, 0.01f, 0.02f};
     start_walk(w, g, p, p, away);
-    EXPECT_FALSE(enter_grid(w, g));
+    EXPECT_FALSE(enter_grid<false>(w, g));
 }
 
 // The fast walk (runs through empty space computed where they end) against the reference on
