@@ -343,12 +343,7 @@ static void bench_volume(const std::string& path)
 
 int main(int argc, char** argv)
 {
-    set_default_settings();
-    set_panel_defaults();
-    window_width = window_height = 512;
-    alloc_frame_buffers(512, 409, 409);
-    compute_view_constants();
-    set_start_camera();
+    start_library(512, 512);
     render_mode = 0;
     if (const char* runs = getenv("TAVOK_BENCH_RUNS")) {
         RUNS = atoi(runs) > 0 ? atoi(runs) : 1;

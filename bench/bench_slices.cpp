@@ -82,8 +82,7 @@ static void bench_size(uint32_t w, uint32_t h)
 
 int main(int argc, char** argv)
 {
-    set_default_settings();
-    set_panel_defaults();
+    start_library(512, 512);
     if (const char* runs = getenv("TAVOK_BENCH_RUNS")) {
         RUNS = atoi(runs) > 0 ? atoi(runs) : 1;
         WARMUP = 0;

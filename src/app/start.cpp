@@ -30,6 +30,9 @@ void start_library(uint32_t w, uint32_t h)
 {
     set_default_settings();
     set_panel_defaults();
+    load_requested = 0;
+    offscreen_render = 0;
+    tex_scroll_x = tex_scroll_y = 0;
     color_dialog_open = 0;
     window_width = w;
     window_height = h;

@@ -74,6 +74,16 @@ extern float half_vector[3];
 void prepare_preview_vectors();
 
 // ---------------------------------------------------------------------------------------------
+// Program state that is not a setting. load_requested: the file chooser asked for a load, the
+// frame loop serves it. offscreen_render: a render to file runs, the passes show their image in
+// offscreen_pixels. window_width, window_height: the SDL window (the image is its upper four
+// fifths, the editor strip the rest). tex_scroll_x, tex_scroll_y: the scroll of the pencil
+// paper, which follows the mouse while a button is held.
+extern int load_requested;
+extern int offscreen_render;
+extern unsigned window_width, window_height;
+extern int tex_scroll_x, tex_scroll_y;
+
 // State of the render protocol and of the loaded volume that every room may read. Written by
 // the frame loop and the load path (src/app), gui_active by the GTK pump, color_dialog_open by
 // the colour dialog.

@@ -17,6 +17,11 @@ float ifor[4] = {0.0f, 0.0f, -1.0f, 0.0f};
 float iup[4] = {0.0f, 1.0f, 0.0f, 0.0f};
 float istr[4] = {-1.0f, 0.0f, 0.0f, 0.0f};
 
+int load_requested = 0;
+int offscreen_render = 0;
+unsigned window_width = 512, window_height = 512;
+int tex_scroll_x = 0, tex_scroll_y = 0;
+
 int final_pending = 0;
 int volume_loaded = 0;
 float vol_diag = 0.0f;
@@ -149,9 +154,7 @@ void look_along(const float* forward, const float* up)
 
 void set_cut_defaults()
 {
-    cut_kind = 1;
-    abstract_plane_color = 0xcc;
-    cut_sphere_side = 3;
+    set_cut_settings();
     for (int i = 0; i < 3; ++i) cut_plane_n[i] = light_dir[i];
     normalize3(cut_plane_n);
     const char* entries[3] = {"GUICuttingPlaneNX", "GUICuttingPlaneNY", "GUICuttingPlaneNZ"};
@@ -160,10 +163,6 @@ void set_cut_defaults()
         snprintf(text, sizeof text, "%+4.3f", cut_plane_n[i]);
         set_entry_text(entries[i], text, 0);
     }
-    cut_sphere_center[0] = cut_sphere_center[1] = cut_sphere_center[2] = 0.0f;
-    cut_sphere_r2 = 1600.0f;
-    abstract_sphere_color = 0xcc0000;
-    abstract_box_color = 0xcc00;
 }
 
 void prepare_preview_vectors()

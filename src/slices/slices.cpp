@@ -14,15 +14,7 @@
 #include "transfer/transfer.h"
 #include "volume/volume.h"
 
-int slice_kind = 0;
-uint32_t slice_x = 0, slice_y = 0, slice_z = 0;
-float slice_zoom = 256.0f;
-float slice_d = 0.0f;
-int slice_recenter = 1;
-int slice_use_tf = 0;
-int slice_filter = 1;
 float slice_center[3] = {0.0f, 0.0f, 0.0f};
-float slice_normal[3] = {1.0f, 0.0f, 0.0f};
 float slice_normal_unit[3] = {1.0f, 0.0f, 0.0f};
 float slice_u[3] = {0.0f, 0.0f, 0.0f};
 float slice_v[3] = {0.0f, 0.0f, 0.0f};
@@ -85,14 +77,10 @@ void make_slice_basis()
 
 void reset_slices()
 {
-    slice_d = 0.0f;
-    slice_kind = 0;
-    slice_recenter = 1;
-    slice_filter = 1;
+    set_slice_settings();
     slice_x = vol_x / 2;
     slice_y = vol_y / 2;
     slice_z = vol_z / 2;
-    slice_zoom = 256.0f;
 
     // The handlers run here: each slider's handler truncates back to the same index.
     set_widget_value("GUIsliderXY", slice_slider_position(slice_z, vol_z));
@@ -100,6 +88,8 @@ void reset_slices()
     set_widget_value("GUIsliderYZ", slice_slider_position(slice_x, vol_x));
     set_widget_value("GUIsliderZoom", slice_zoom * 0.0009765625);
 
+    // The sliders' handlers may have turned the 3D switch off, which puts the camera's forward
+    // into the normal: the normal and the view axis go back to x here.
     for (int i = 0; i < 3; ++i) slice_normal[i] = slice_normal_unit[i] = i == 0 ? 1.0f : 0.0f;
     place_slice_plane(slice_d + slice_zoom);
 }

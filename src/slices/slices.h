@@ -10,22 +10,14 @@
 
 #include "core/core.h"
 
-// Which slice and where. Indexes stay below their grid size: reset_slices halves the sizes,
-// the sliders map 0..1 onto 0..size-1, input steps with a bound.
-extern int slice_kind;         // 0 XY, 1 XZ, 2 YZ, 3 arbitrary plane
-extern uint32_t slice_x;       // x of the YZ slice
-extern uint32_t slice_y;       // y of the XZ slice
-extern uint32_t slice_z;       // z of the XY slice
-extern float slice_zoom;       // voxels across the short side of the image, 3 .. 1024
-extern float slice_d;          // plane equation d; GUIsliceD, unbounded from the keys
-extern int slice_recenter;     // the slice stays centred in the window
-extern int slice_use_tf;       // weight colours with opacity
-extern int slice_filter;       // 1 bilinear, otherwise nearest voxel (axis slices only)
+// The slice settings (slice_kind, slice_x/y/z, slice_zoom, slice_d, slice_recenter,
+// slice_use_tf, slice_filter, slice_normal) are rows of the settings table (core/settings.h).
+// Indexes stay below their grid size: reset_slices halves the sizes, the sliders map 0..1
+// onto 0..size-1, input steps with a bound.
 
 // The view of the slice. In axis slices slice_center's x and z components are the centre of
 // the picture along the slice's two axes (p and q), its y is not used.
 extern float slice_center[3];       // point the eye looks at
-extern float slice_normal[3];       // nx, ny, nz of nx*x + ny*y + nz*z + d = 0
 extern float slice_normal_unit[3];  // view axis; (0, -1, 0) in recentred axis slices
 extern float slice_u[3];            // image axis along a row, partner of istr
 extern float slice_v[3];            // image axis between rows, partner of iup

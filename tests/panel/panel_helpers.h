@@ -89,10 +89,9 @@ protected:
         static char* args[] = {name, nullptr};
         static char** argv = args;
         init_control_panel(&argc, &argv);
-        // The rest of main's start: the slices (their sliders' handlers run) and the camera.
-        slice_use_tf = 0;
-        reset_slices();
-        set_start_camera();
+        // The rest of main's start: the cut shapes, the view, the slices (their sliders'
+        // handlers run) and the camera.
+        start_view();
         drain_events();
         refresh = 0;
     }

@@ -51,12 +51,7 @@ template <class F> std::vector<uint16_t> make_samples(int X, int Y, int Z, F f)
 // The state of a program just started, with a 512 x 512 window's buffers and no volume.
 inline void start_fresh()
 {
-    set_default_settings();
-    set_panel_defaults();
-    window_width = window_height = 512;
-    alloc_frame_buffers(512, 409, 409);
-    compute_view_constants();
-    set_start_camera();
+    start_library(512, 512);
     final_pending = 0;
     idle_clears = 0;
     null_ticks = 0;

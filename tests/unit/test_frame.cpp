@@ -10,8 +10,7 @@
 
 TEST(Settings, StartValuesOfTheTable)
 {
-    set_default_settings();
-    set_panel_defaults();
+    start_library(512, 512);
     EXPECT_EQ(refresh, 1);
     EXPECT_EQ(render_mode, 12);
     EXPECT_EQ(view_kind, 0);
@@ -343,4 +342,43 @@ TEST(Dispatch, ALoadRequestHoldsBackThePreview)
     EXPECT_EQ(load_requested, 0);
     EXPECT_EQ(final_pending, 0);
     remove(path.c_str());
+}
+
+TEST(Settings, EachAssignerSetsItsOwnRowsOnly)
+{
+    start_library(512, 512);
+    isovalue = 7, cut_sphere_r2 = 7.0f, slice_zoom = 7.0f, render_mode = 7;
+    set_default_settings();  // main's rows
+    EXPECT_EQ(render_mode, 12);
+    EXPECT_EQ(isovalue, 7);
+    EXPECT_EQ(cut_sphere_r2, 7.0f);
+    EXPECT_EQ(slice_zoom, 7.0f);
+    set_cut_settings();
+    EXPECT_EQ(cut_sphere_r2, 1600.0f);
+    EXPECT_EQ(isovalue, 7);
+    set_panel_defaults();
+    EXPECT_EQ(isovalue, 2048);
+    EXPECT_EQ(slice_zoom, 7.0f);
+    set_slice_settings();
+    EXPECT_EQ(slice_zoom, 256.0f);
+    EXPECT_EQ(slice_normal[0], 1.0f);
+}
+
+TEST(Settings, RegistryReachesTheSliceViewAndLeavesOutWhatIsNoSetting)
+{
+    auto find = [](const char* name) -> const SettingInfo* {
+        for (int i = 0; i < settings_registry_size; ++i)
+            if (strcmp(settings_registry[i].name, name) == 0) return &settings_registry[i];
+        return nullptr;
+    };
+    for (const char* name : {"slice_kind", "slice_use_tf", "slice_filter", "slice_x", "slice_y",
+                             "slice_z", "slice_zoom", "slice_normal", "slice_d", "slice_recenter"})
+        EXPECT_NE(find(name), nullptr) << name;
+    EXPECT_EQ(find("slice_normal")->count, 3);
+    EXPECT_EQ(find("slice_x")->type, SettingType::UInt);
+    EXPECT_EQ(find("surface_tint")->type, SettingType::Color);
+    EXPECT_EQ(find("abstract_box_color")->type, SettingType::Color);
+    for (const char* name : {"surface_hit", "surface_hit_color", "load_requested", "offscreen_render",
+                             "window_width", "window_height", "tex_scroll_x", "tex_scroll_y"})
+        EXPECT_EQ(find(name), nullptr) << name;
 }
