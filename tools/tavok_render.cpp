@@ -552,7 +552,7 @@ static void apply_job(const RenderJob& job)
 {
     // The window after a load shows mode 12 until the 3D tab is chosen, which picks cuberille
     // (render_mode 0); that view is the default here.
-    render_mode = 0;
+    render_mode = mode_cuberille;
 
     alloc_frame_buffers((uint32_t)job.width, (uint32_t)job.height, (uint32_t)job.height);
     compute_view_constants();

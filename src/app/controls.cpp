@@ -118,7 +118,7 @@ static void move_slice_center(const float* v, float amount)
 void apply_keys(const KeyStates& k)
 {
     const float speed = move_speed(k), s = speed / 4.0f;
-    const bool slices = render_mode == 12;
+    const bool slices = render_mode == mode_slices;
     if (k.print) {
         printf("\n");
         printf("%f\n", 100.0);
@@ -235,7 +235,7 @@ PointerCapture apply_input(const InputSample& s)
             tf_left_press(mouse_x, mouse_y, now);
         } else {
             capture = true;
-            if (render_mode == 12) {
+            if (render_mode == mode_slices) {
                 if (s.dy < 0) step_slice(+1);
                 else if (s.dy > 0) step_slice(-1);
             } else {
@@ -265,7 +265,7 @@ PointerCapture apply_input(const InputSample& s)
         } else {
             capture = true;
             float ca, sa;
-            if (render_mode != 12) {
+            if (render_mode != mode_slices) {
                 roll_camera(s.dx);
             } else if (!slice_recenter) {
                 turn(s.dx, ca, sa);

@@ -58,7 +58,7 @@ static void shadow_guard()
 static int mode_of_3d_page(int page)
 {
     switch (page) {
-    case 0: return is_active("GUIStepfuncIsoval") ? 2 : 0;
+    case 0: return is_active("GUIStepfuncIsoval") ? mode_firsthit : mode_cuberille;
     case 1: return 4;
     case 2: return 6;
     case 3: return 8;
@@ -133,7 +133,7 @@ static void on_rendermode_tabs_switch_page(GtkNotebook*, GtkNotebookPage*, guint
     set_active("GUICuttingView", 0);
     switch (page) {
     case 0:
-        render_mode = 12;
+        render_mode = mode_slices;
         set_active("GUIswitch3D", 0);
         refresh = 1;
         break;
@@ -143,7 +143,7 @@ static void on_rendermode_tabs_switch_page(GtkNotebook*, GtkNotebookPage*, guint
         break;
     case 2: break;
     case 3:
-        if (render_mode == 12) {
+        if (render_mode == mode_slices) {
             render_mode = mode_of_3d_page(current_3d_page());
             refresh = 1;
         }
@@ -158,38 +158,26 @@ static void on_3d_tabs_switch_page(GtkNotebook*, GtkNotebookPage*, guint page, g
     switch (page) {
     case 0:
         // Back on First Hit with a first-hit mode already set: nothing at all.
-        if (render_mode == 0 || render_mode == 2) return;
+        if (render_mode == mode_cuberille || render_mode == mode_firsthit) return;
         render_mode = mode_of_3d_page(0);
         break;
-    case 1: render_mode = 4; break;
-    case 2: render_mode = 6; break;
+    case 1: render_mode = mode_mip; break;
+    case 2: render_mode = mode_avg; break;
     case 3:
-        render_mode = 8;
+        render_mode = mode_rbs;
         puts("region boundary surface tab");
         break;
     case 4:
-        render_mode = 10;
+        render_mode = mode_ics;
         puts("isovalue contour surface tab");
         break;
-    default: render_mode = 0; break;
+    default: render_mode = mode_cuberille; break;
     }
     if (render_mode != before) refresh = 1;
 }
 
 // ---------------------------------------------------------------------------------------------
 // Slices tab.
-
-static void on_slice_usetf_toggled(GtkToggleButton* b, gpointer)
-{
-    slice_use_tf = active(b);
-    refresh = 1;
-}
-
-static void on_slice_filter_toggled(GtkToggleButton* b, gpointer)
-{
-    slice_filter = active(b);
-    refresh = 1;
-}
 
 static void on_slice_recenter_toggled(GtkToggleButton* b, gpointer)
 {
@@ -244,7 +232,7 @@ static void on_switch3d_toggled(GtkToggleButton* b, gpointer)
         // The cuberille view from the camera that the plane's basis placed.
         set_active("GUIslice3D", 1);
         slice_kind = 3;
-        render_mode = 0;
+        render_mode = mode_cuberille;
     } else {
         // Back to the slice: the plane follows wherever the camera went meanwhile.
         for (int i = 0; i < 3; ++i) {
@@ -253,7 +241,7 @@ static void on_switch3d_toggled(GtkToggleButton* b, gpointer)
             slice_u[i] = istr[i];
             slice_v[i] = iup[i];
         }
-        render_mode = 12;
+        render_mode = mode_slices;
         make_slice_basis();
         show_slice_normal();
     }
@@ -271,7 +259,7 @@ static void on_norm3d_clicked(GtkButton*, gpointer)
 
 template <int Kind> static void on_slice_axis_toggled(GtkToggleButton* b, gpointer)
 {
-    render_mode = 12;
+    render_mode = mode_slices;
     set_active("GUIswitch3D", 0);
     if (active(b)) slice_kind = Kind;
     refresh = 1;
@@ -279,7 +267,7 @@ template <int Kind> static void on_slice_axis_toggled(GtkToggleButton* b, gpoint
 
 static void on_slider_yz_changed(GtkRange* r, gpointer)
 {
-    render_mode = 12;
+    render_mode = mode_slices;
     slice_x = slice_index_at(vol_x, value(r));
     set_active("GUIswitch3D", 0);
     refresh = 1;
@@ -287,7 +275,7 @@ static void on_slider_yz_changed(GtkRange* r, gpointer)
 
 static void on_slider_xz_changed(GtkRange* r, gpointer)
 {
-    render_mode = 12;
+    render_mode = mode_slices;
     slice_y = slice_index_at(vol_y, value(r));
     set_active("GUIswitch3D", 0);
     refresh = 1;
@@ -295,7 +283,7 @@ static void on_slider_xz_changed(GtkRange* r, gpointer)
 
 static void on_slider_xy_changed(GtkRange* r, gpointer)
 {
-    render_mode = 12;
+    render_mode = mode_slices;
     slice_z = slice_index_at(vol_z, value(r));
     set_active("GUIswitch3D", 0);
     // Only this slider brings its radio up; the two others leave the slice kind alone.
@@ -307,21 +295,21 @@ static void on_slider_xy_changed(GtkRange* r, gpointer)
 static void on_slider_yz_grab_focus(GtkWidget*, gpointer)
 {
     set_active("GUIsliceYZ", 1);
-    render_mode = 12;
+    render_mode = mode_slices;
     set_active("GUIswitch3D", 0);
 }
 
 static void on_slider_xz_grab_focus(GtkWidget*, gpointer)
 {
     set_active("GUIsliceXZ", 1);
-    render_mode = 12;
+    render_mode = mode_slices;
     set_active("GUIswitch3D", 0);
 }
 
 static void on_slider_xy_grab_focus(GtkWidget*, gpointer)
 {
     set_active("GUIsliceXY", 1);
-    render_mode = 12;
+    render_mode = mode_slices;
     set_active("GUIswitch3D", 0);
 }
 
@@ -332,7 +320,7 @@ static void on_slider_zoom_changed(GtkRange* r, gpointer)
     if (zoom < 3.0f) zoom = 3.0f;
     if (zoom > 1024.0f) zoom = 1024.0f;
     slice_zoom = zoom;
-    render_mode = 12;
+    render_mode = mode_slices;
     set_active("GUIswitch3D", 0);
     if (slice_kind == 3) move_slice_along_view(slice_zoom - old);
     refresh = 1;
@@ -341,23 +329,11 @@ static void on_slider_zoom_changed(GtkRange* r, gpointer)
 // ---------------------------------------------------------------------------------------------
 // 3D tab.
 
-template <int Mode> static void on_interpolation_toggled(GtkToggleButton*, gpointer)  // both
-{
-    interp_mode = Mode;
-    refresh = 1;
-}
-
 static void on_stepsize_changed(GtkSpinButton* s, gpointer)
 {
     sample_stepsize = (float)value(s);
-    interp_mode = 2;
+    interp_mode = interp_trilinear;
     set_active("GUI3DIpolTrilin", 1);
-    refresh = 1;
-}
-
-static void on_noip_standard_toggled(GtkToggleButton*, gpointer)  // both
-{
-    render_mode = 0;
     refresh = 1;
 }
 
@@ -371,7 +347,7 @@ template <int Model> static void on_light_model_toggled(GtkToggleButton*, gpoint
 
 static void on_stepfunc_isoval_toggled(GtkToggleButton* b, gpointer)
 {
-    if (active(b)) render_mode = 2;
+    if (active(b)) render_mode = mode_firsthit;
     refresh = 1;
 }
 
@@ -381,7 +357,7 @@ static void on_isovalue_changed(GtkRange* r, gpointer)
 {
     double v = value(r);
     isovalue = (int)v;
-    render_mode = current_3d_page() != 0 ? 10 : 2;
+    render_mode = current_3d_page() != 0 ? mode_ics : mode_firsthit;
     set_range("GUIStepfuncIsovalSlider", v);
     set_range("GUIISCIsovalSlider", v);
     set_active("GUIStepfuncIsoval", 1);
@@ -391,7 +367,7 @@ static void on_isovalue_changed(GtkRange* r, gpointer)
 
 static void on_isovalue_grab_focus(GtkWidget*, gpointer)
 {
-    render_mode = current_3d_page() == 0 ? 2 : 10;
+    render_mode = current_3d_page() == 0 ? mode_firsthit : mode_ics;
     set_active("GUIStepfuncIsoval", 1);
     refresh = 1;
 }
@@ -444,18 +420,6 @@ template <int N> static void on_ics_multi_thick_changed(GtkRange* r, gpointer)
 {
     surface_thickness[N] = (float)value(r);
     draw_tf_backdrop();
-    refresh = 1;
-}
-
-static void on_edge_toggled(GtkToggleButton* b, gpointer)
-{
-    edge_enabled = active(b);
-    refresh = 1;
-}
-
-static void on_edge_strength_changed(GtkRange* r, gpointer)
-{
-    edge_strength = (float)value(r);
     refresh = 1;
 }
 
@@ -527,40 +491,10 @@ static void on_faint_toggled(GtkToggleButton* b, gpointer)
     refresh = 1;
 }
 
-static void on_rbs_dissolve_toggled(GtkToggleButton* b, gpointer)
-{
-    rbs_dissolve = active(b);
-    refresh = 1;
-}
-
-static void on_ics_dissolve_toggled(GtkToggleButton* b, gpointer)
-{
-    ics_dissolve = active(b);
-    refresh = 1;
-}
-
 static void on_rbs_grad_dep_changed(GtkRange* r, gpointer)
 {
     // The slider runs 0.1 to 1, the setting 10 to 1.
     rbs_grad_dep = (float)(1.0 / value(r));
-    refresh = 1;
-}
-
-static void on_rbs_alpha_toggled(GtkToggleButton* b, gpointer)
-{
-    rbs_alpha_correction = active(b);
-    refresh = 1;
-}
-
-static void on_ics_alpha_toggled(GtkToggleButton* b, gpointer)
-{
-    ics_alpha_correction = active(b);
-    refresh = 1;
-}
-
-static void on_ics_thickness_changed(GtkRange* r, gpointer)
-{
-    ics_thickness = (float)value(r);
     refresh = 1;
 }
 
@@ -580,30 +514,6 @@ static void on_light_dir_clicked(GtkButton*, gpointer)
     normalize3(light_dir);
     static const char* const entries[3] = {"GUI_lightX", "GUI_lightY", "GUI_lightZ"};
     show_vector(entries, light_dir);
-    refresh = 1;
-}
-
-static void on_ambient_changed(GtkRange* r, gpointer)
-{
-    light_ambient = (float)value(r);
-    refresh = 1;
-}
-
-static void on_diffuse_changed(GtkRange* r, gpointer)
-{
-    light_diffuse = (float)value(r);
-    refresh = 1;
-}
-
-static void on_specular_changed(GtkRange* r, gpointer)
-{
-    light_specular = (float)value(r);
-    refresh = 1;
-}
-
-static void on_exponent_changed(GtkRange* r, gpointer)
-{
-    light_exponent = (float)value(r);
     refresh = 1;
 }
 
@@ -640,12 +550,6 @@ static void on_smooth_shadows_clicked(GtkButton*, gpointer)
     // yet; until then the button does nothing.
 }
 
-static void on_occlusion_blend_toggled(GtkToggleButton* b, gpointer)
-{
-    use_occlusion = active(b);
-    refresh = 1;
-}
-
 // ---------------------------------------------------------------------------------------------
 // Cutting tab.
 
@@ -653,25 +557,9 @@ static void on_cutting_view_toggled(GtkToggleButton* b, gpointer)
 {
     view_kind = active(b) ? 10 : 20;
     // The abstract view stands in for a 3D mode; from the slice view it picks the first hit kind.
-    if (render_mode == 12) render_mode = is_active("GUIStepfuncIsoval") ? 2 : 0;
+    if (render_mode == mode_slices) render_mode = is_active("GUIStepfuncIsoval") ? mode_firsthit : mode_cuberille;
     refresh = 1;
 }
-
-static void on_cut_with_plane_toggled(GtkToggleButton*, gpointer)  // both
-{
-    cut_kind = 1;
-    refresh = 1;
-}
-
-static void on_cut_with_sphere_toggled(GtkToggleButton*, gpointer)  // both
-{
-    cut_kind = 2;
-    refresh = 1;
-}
-
-// Which side of the sphere goes shows only when the cut is applied: no refresh.
-static void on_cut_inside_toggled(GtkToggleButton*, gpointer) { cut_sphere_side = 3; }   // both
-static void on_cut_outside_toggled(GtkToggleButton*, gpointer) { cut_sphere_side = 4; }  // both
 
 static void on_cut_plane_normal_clicked(GtkButton*, gpointer)
 {
@@ -764,121 +652,189 @@ void take_screenshot(GtkButton*, gpointer)
 
 // ---------------------------------------------------------------------------------------------
 
+// The handlers of the widgets that only write their setting, and set refresh: a check box's
+// state, a slider's value, or the value a radio button stands for. The row's setting and value
+// come as the signal's data. Radio buttons run for the button that loses the selection and
+// then for the one that gains it, without looking at their state: the second decides.
+struct Binding;
+static void bound_flag(GtkToggleButton* b, gpointer row);
+static void bound_float(GtkRange* r, gpointer row);
+static void bound_radio(GtkToggleButton*, gpointer row);
+static void bound_radio_quiet(GtkToggleButton*, gpointer row);
+
+// One row a connection: the widget, its signal and handler, and for the bound handlers the
+// setting they write (and a radio's value).
+enum class Setting { none, int_flag, float_value, int_value, byte_value };
+struct Binding {
+    const char* widget;
+    const char* signal;
+    GCallback handler;
+    Setting kind = Setting::none;
+    void* setting = nullptr;
+    int value = 0;
+};
+
+static void write_setting(const Binding* row, double v)
+{
+    switch (row->kind) {
+    case Setting::int_flag:
+    case Setting::int_value: *(int*)row->setting = (int)v; break;
+    case Setting::float_value: *(float*)row->setting = (float)v; break;
+    case Setting::byte_value: *(uint8_t*)row->setting = (uint8_t)v; break;
+    case Setting::none: break;
+    }
+}
+static void bound_flag(GtkToggleButton* b, gpointer row)
+{
+    write_setting((const Binding*)row, active(b));
+    refresh = 1;
+}
+static void bound_float(GtkRange* r, gpointer row)
+{
+    write_setting((const Binding*)row, value(r));
+    refresh = 1;
+}
+static void bound_radio(GtkToggleButton*, gpointer row)
+{
+    write_setting((const Binding*)row, ((const Binding*)row)->value);
+    refresh = 1;
+}
+// Which side of the sphere goes shows only when the cut is applied: no refresh.
+static void bound_radio_quiet(GtkToggleButton*, gpointer row)
+{
+    write_setting((const Binding*)row, ((const Binding*)row)->value);
+}
+
+#define FLAG(widget, setting) {widget, "toggled", G_CALLBACK(bound_flag), Setting::int_flag, &setting}
+#define SLIDER(widget, setting) {widget, "value_changed", G_CALLBACK(bound_float), Setting::float_value, &setting}
+#define RADIO(widget, setting, kind, v) {widget, "toggled", G_CALLBACK(bound_radio), kind, &setting, v}
+#define OWN(widget, signal, handler) {widget, signal, G_CALLBACK(handler)}
+
+static const Binding bindings[] = {
+    OWN("GUIloadvolume", "selection_changed", on_loadvolume_selection_changed),
+    OWN("GUIsmoothData", "clicked", on_smooth_data_clicked),
+    OWN("GUIstandardScreenshot", "clicked", take_screenshot),
+    OWN("GUIscreenshotButton", "clicked", on_render_to_file_clicked),
+    OWN("GUIrendermodeTabs", "switch_page", on_rendermode_tabs_switch_page),
+    OWN("GUI3DTabs", "switch_page", on_3d_tabs_switch_page),
+
+    // Slices tab.
+    FLAG("GUIsliceUsetf", slice_use_tf),
+    FLAG("GUIsliceFilter", slice_filter),
+    OWN("GUIsliceRecenter", "toggled", on_slice_recenter_toggled),
+    OWN("GUIslice3D", "toggled", on_slice3d_toggled),
+    OWN("GUIsliceNX", "value_changed", on_slice_normal_changed<0>),
+    OWN("GUIsliceNY", "value_changed", on_slice_normal_changed<1>),
+    OWN("GUIsliceNZ", "value_changed", on_slice_normal_changed<2>),
+    OWN("GUIsliceD", "value_changed", on_slice_d_changed),
+    OWN("GUIsliceD", "button_release_event", on_slice_d_button_release),
+    OWN("GUIswitch3D", "toggled", on_switch3d_toggled),
+    OWN("GUInorm3D", "clicked", on_norm3d_clicked),
+    OWN("GUIsliceXY", "toggled", on_slice_axis_toggled<0>),
+    OWN("GUIsliceXZ", "toggled", on_slice_axis_toggled<1>),
+    OWN("GUIsliceYZ", "toggled", on_slice_axis_toggled<2>),
+    OWN("GUIsliderYZ", "value_changed", on_slider_yz_changed),
+    OWN("GUIsliderXZ", "value_changed", on_slider_xz_changed),
+    OWN("GUIsliderXY", "value_changed", on_slider_xy_changed),
+    OWN("GUIsliderYZ", "grab_focus", on_slider_yz_grab_focus),
+    OWN("GUIsliderXZ", "grab_focus", on_slider_xz_grab_focus),
+    OWN("GUIsliderXY", "grab_focus", on_slider_xy_grab_focus),
+    OWN("GUIsliderZoom", "value_changed", on_slider_zoom_changed),
+
+    // 3D tab.
+    RADIO("GUI3DNoIpol", interp_mode, Setting::byte_value, interp_none),
+    RADIO("GUI3DInterpol", interp_mode, Setting::byte_value, interp_bilinear),
+    RADIO("GUI3DIpolTrilin", interp_mode, Setting::byte_value, interp_trilinear),
+    OWN("GUIstepsize", "value_changed", on_stepsize_changed),
+    RADIO("GUInoipStandard", render_mode, Setting::int_value, mode_cuberille),
+    OWN("GUI3DNoLightmodel", "toggled", on_light_model_toggled<0>),
+    OWN("GUI3DSimpleLightmodel", "toggled", on_light_model_toggled<1>),
+    OWN("GUIpureShadowInfo", "toggled", on_light_model_toggled<2>),
+    OWN("GUIStepfuncIsoval", "toggled", on_stepfunc_isoval_toggled),
+    OWN("GUIStepfuncIsovalSlider", "value_changed", on_isovalue_changed),
+    OWN("GUIISCIsovalSlider", "value_changed", on_isovalue_changed),
+    OWN("GUIStepfuncIsovalSlider", "grab_focus", on_isovalue_grab_focus),
+    OWN("GUIISCIsovalSlider", "grab_focus", on_isovalue_grab_focus),
+    OWN("GUI_isovalMulti1", "toggled", on_isoval_multi_toggled<0>),
+    OWN("GUI_isovalMulti2", "toggled", on_isoval_multi_toggled<1>),
+    OWN("GUI_isovalMulti3", "toggled", on_isoval_multi_toggled<2>),
+    OWN("GUI_isovalMulti4", "toggled", on_isoval_multi_toggled<3>),
+    OWN("GUI_icsMulti1", "toggled", on_ics_multi_toggled<0>),
+    OWN("GUI_icsMulti2", "toggled", on_ics_multi_toggled<1>),
+    OWN("GUI_icsMulti3", "toggled", on_ics_multi_toggled<2>),
+    OWN("GUI_icsMulti4", "toggled", on_ics_multi_toggled<3>),
+    OWN("GUI_isovalMulti1Slider", "value_changed", on_isoval_multi_changed<0>),
+    OWN("GUI_isovalMulti2Slider", "value_changed", on_isoval_multi_changed<1>),
+    OWN("GUI_isovalMulti3Slider", "value_changed", on_isoval_multi_changed<2>),
+    OWN("GUI_isovalMulti4Slider", "value_changed", on_isoval_multi_changed<3>),
+    OWN("GUI_icsMulti1_isoval", "value_changed", on_ics_multi_isoval_changed<0>),
+    OWN("GUI_icsMulti2_isoval", "value_changed", on_ics_multi_isoval_changed<1>),
+    OWN("GUI_icsMulti3_isoval", "value_changed", on_ics_multi_isoval_changed<2>),
+    OWN("GUI_icsMulti4_isoval", "value_changed", on_ics_multi_isoval_changed<3>),
+    OWN("GUI_icsMulti1_thick", "value_changed", on_ics_multi_thick_changed<0>),
+    OWN("GUI_icsMulti2_thick", "value_changed", on_ics_multi_thick_changed<1>),
+    OWN("GUI_icsMulti3_thick", "value_changed", on_ics_multi_thick_changed<2>),
+    OWN("GUI_icsMulti4_thick", "value_changed", on_ics_multi_thick_changed<3>),
+    FLAG("GUIEdgeDetectionToggle", edge_enabled),
+    SLIDER("GUIEdgeDetectionSlider", edge_strength),
+    OWN("GUIEdgeDetectionSlider", "grab_focus", on_edge_slider_grab_focus),
+    OWN("GUIedgeColor", "color_set", on_edge_color_set),
+    OWN("GUIToonshadeToggle", "toggled", on_toon_toggled),
+    OWN("GUIpencilSketch", "toggled", on_pencil_toggled),
+    OWN("GUIpreshadingFH", "toggled", on_preshading_toggled),
+    OWN("GUIpreshadingRBS", "toggled", on_preshading_toggled),
+    OWN("GUIpreshadingICS", "toggled", on_preshading_toggled),
+    OWN("GUIpostshadingFH", "toggled", on_postshading_toggled),
+    OWN("GUIpostshadingRBS", "toggled", on_postshading_toggled),
+    OWN("GUIpostshadingICS", "toggled", on_postshading_toggled),
+    OWN("GUImaxipFaint", "toggled", on_faint_toggled),
+    OWN("GUIavgFaint", "toggled", on_faint_toggled),
+    OWN("GUIrbsFaint", "toggled", on_faint_toggled),
+    OWN("GUIicsFaint", "toggled", on_faint_toggled),
+    FLAG("GUIrbsDissolve", rbs_dissolve),
+    FLAG("GUIicsDissolve", ics_dissolve),
+    OWN("GUI_rbsGradDep", "value_changed", on_rbs_grad_dep_changed),
+    FLAG("GUI_rbsAlphaCorrection", rbs_alpha_correction),
+    FLAG("GUI_icsAlphaCorrection", ics_alpha_correction),
+    SLIDER("GUI_icsThickness", ics_thickness),
+
+    // Light and shadow tab.
+    OWN("GUI_lightColor", "color_set", on_light_color_set),
+    OWN("GUILightDirButton", "clicked", on_light_dir_clicked),
+    SLIDER("GUIambientSlider", light_ambient),
+    SLIDER("GUIdiffuseSlider", light_diffuse),
+    SLIDER("GUIspecularSlider", light_specular),
+    SLIDER("GUIexponentSlider", light_exponent),
+    OWN("GUIshadowStepsize", "value_changed", on_shadow_stepsize_changed),
+    OWN("GUIsoftShadow", "toggled", on_soft_shadow_toggled),
+    OWN("GUIhardShadow", "toggled", on_hard_shadow_toggled),
+    OWN("GUI_lightShadowPrecalc", "clicked", on_shadow_precalc_clicked),
+    OWN("GUIsmoothShadows", "clicked", on_smooth_shadows_clicked),
+    FLAG("GUIocclusionLightBlend", use_occlusion),
+
+    // Cutting tab.
+    OWN("GUICuttingView", "toggled", on_cutting_view_toggled),
+    RADIO("GUICutWithPlane", cut_kind, Setting::int_value, 1),
+    RADIO("GUICutWithSphere", cut_kind, Setting::int_value, 2),
+    {"GUICutInsideSphere", "toggled", G_CALLBACK(bound_radio_quiet), Setting::int_value, &cut_sphere_side, 3},
+    {"GUICutOutsideSphere", "toggled", G_CALLBACK(bound_radio_quiet), Setting::int_value, &cut_sphere_side, 4},
+    OWN("GUICuttingPlaneNormal", "clicked", on_cut_plane_normal_clicked),
+    OWN("GUICuttingPlaneD", "value_changed", on_cut_plane_d_changed),
+    OWN("GUISphereXSlider", "value_changed", on_sphere_center_changed<0>),
+    OWN("GUISphereYSlider", "value_changed", on_sphere_center_changed<1>),
+    OWN("GUISphereZSlider", "value_changed", on_sphere_center_changed<2>),
+    OWN("GUISphereRSlider", "value_changed", on_sphere_radius_changed),
+    OWN("GUICuttingPlaneApply", "clicked", on_cut_apply_clicked),
+};
+
+#undef FLAG
+#undef SLIDER
+#undef RADIO
+#undef OWN
+
 void connect_panel_signals(GtkWidget* window)
 {
-    auto on = [window](const char* name, const char* signal, GCallback handler) {
-        g_signal_connect(G_OBJECT(lookup_widget(window, name)), signal, handler, nullptr);
-    };
-    on("GUIloadvolume", "selection_changed", G_CALLBACK(on_loadvolume_selection_changed));
-    on("GUIsmoothData", "clicked", G_CALLBACK(on_smooth_data_clicked));
-    on("GUIstandardScreenshot", "clicked", G_CALLBACK(take_screenshot));
-    on("GUIscreenshotButton", "clicked", G_CALLBACK(on_render_to_file_clicked));
-    on("GUIrendermodeTabs", "switch_page", G_CALLBACK(on_rendermode_tabs_switch_page));
-    on("GUI3DTabs", "switch_page", G_CALLBACK(on_3d_tabs_switch_page));
-
-    on("GUIsliceUsetf", "toggled", G_CALLBACK(on_slice_usetf_toggled));
-    on("GUIsliceFilter", "toggled", G_CALLBACK(on_slice_filter_toggled));
-    on("GUIsliceRecenter", "toggled", G_CALLBACK(on_slice_recenter_toggled));
-    on("GUIslice3D", "toggled", G_CALLBACK(on_slice3d_toggled));
-    on("GUIsliceNX", "value_changed", G_CALLBACK(on_slice_normal_changed<0>));
-    on("GUIsliceNY", "value_changed", G_CALLBACK(on_slice_normal_changed<1>));
-    on("GUIsliceNZ", "value_changed", G_CALLBACK(on_slice_normal_changed<2>));
-    on("GUIsliceD", "value_changed", G_CALLBACK(on_slice_d_changed));
-    on("GUIsliceD", "button_release_event", G_CALLBACK(on_slice_d_button_release));
-    on("GUIswitch3D", "toggled", G_CALLBACK(on_switch3d_toggled));
-    on("GUInorm3D", "clicked", G_CALLBACK(on_norm3d_clicked));
-    on("GUIsliceXY", "toggled", G_CALLBACK(on_slice_axis_toggled<0>));
-    on("GUIsliceXZ", "toggled", G_CALLBACK(on_slice_axis_toggled<1>));
-    on("GUIsliceYZ", "toggled", G_CALLBACK(on_slice_axis_toggled<2>));
-    on("GUIsliderYZ", "value_changed", G_CALLBACK(on_slider_yz_changed));
-    on("GUIsliderXZ", "value_changed", G_CALLBACK(on_slider_xz_changed));
-    on("GUIsliderXY", "value_changed", G_CALLBACK(on_slider_xy_changed));
-    on("GUIsliderYZ", "grab_focus", G_CALLBACK(on_slider_yz_grab_focus));
-    on("GUIsliderXZ", "grab_focus", G_CALLBACK(on_slider_xz_grab_focus));
-    on("GUIsliderXY", "grab_focus", G_CALLBACK(on_slider_xy_grab_focus));
-    on("GUIsliderZoom", "value_changed", G_CALLBACK(on_slider_zoom_changed));
-
-    on("GUI3DNoIpol", "toggled", G_CALLBACK(on_interpolation_toggled<0>));
-    on("GUI3DInterpol", "toggled", G_CALLBACK(on_interpolation_toggled<1>));
-    on("GUI3DIpolTrilin", "toggled", G_CALLBACK(on_interpolation_toggled<2>));
-    on("GUIstepsize", "value_changed", G_CALLBACK(on_stepsize_changed));
-    on("GUInoipStandard", "toggled", G_CALLBACK(on_noip_standard_toggled));
-    on("GUI3DNoLightmodel", "toggled", G_CALLBACK(on_light_model_toggled<0>));
-    on("GUI3DSimpleLightmodel", "toggled", G_CALLBACK(on_light_model_toggled<1>));
-    on("GUIpureShadowInfo", "toggled", G_CALLBACK(on_light_model_toggled<2>));
-    on("GUIStepfuncIsoval", "toggled", G_CALLBACK(on_stepfunc_isoval_toggled));
-    on("GUIStepfuncIsovalSlider", "value_changed", G_CALLBACK(on_isovalue_changed));
-    on("GUIISCIsovalSlider", "value_changed", G_CALLBACK(on_isovalue_changed));
-    on("GUIStepfuncIsovalSlider", "grab_focus", G_CALLBACK(on_isovalue_grab_focus));
-    on("GUIISCIsovalSlider", "grab_focus", G_CALLBACK(on_isovalue_grab_focus));
-    static const GCallback isoval_multi_toggled[4] = {
-        G_CALLBACK(on_isoval_multi_toggled<0>), G_CALLBACK(on_isoval_multi_toggled<1>),
-        G_CALLBACK(on_isoval_multi_toggled<2>), G_CALLBACK(on_isoval_multi_toggled<3>)};
-    static const GCallback ics_multi_toggled[4] = {
-        G_CALLBACK(on_ics_multi_toggled<0>), G_CALLBACK(on_ics_multi_toggled<1>),
-        G_CALLBACK(on_ics_multi_toggled<2>), G_CALLBACK(on_ics_multi_toggled<3>)};
-    static const GCallback isoval_multi_changed[4] = {
-        G_CALLBACK(on_isoval_multi_changed<0>), G_CALLBACK(on_isoval_multi_changed<1>),
-        G_CALLBACK(on_isoval_multi_changed<2>), G_CALLBACK(on_isoval_multi_changed<3>)};
-    static const GCallback ics_multi_isoval_changed[4] = {
-        G_CALLBACK(on_ics_multi_isoval_changed<0>), G_CALLBACK(on_ics_multi_isoval_changed<1>),
-        G_CALLBACK(on_ics_multi_isoval_changed<2>), G_CALLBACK(on_ics_multi_isoval_changed<3>)};
-    static const GCallback ics_multi_thick_changed[4] = {
-        G_CALLBACK(on_ics_multi_thick_changed<0>), G_CALLBACK(on_ics_multi_thick_changed<1>),
-        G_CALLBACK(on_ics_multi_thick_changed<2>), G_CALLBACK(on_ics_multi_thick_changed<3>)};
-    for (int n = 0; n < 4; ++n) {
-        on(isoval_multi[n], "toggled", isoval_multi_toggled[n]);
-        on(ics_multi[n], "toggled", ics_multi_toggled[n]);
-        on(isoval_multi_slider[n], "value_changed", isoval_multi_changed[n]);
-        on(ics_multi_isoval[n], "value_changed", ics_multi_isoval_changed[n]);
-        on(ics_multi_thick[n], "value_changed", ics_multi_thick_changed[n]);
-    }
-    on("GUIEdgeDetectionToggle", "toggled", G_CALLBACK(on_edge_toggled));
-    on("GUIEdgeDetectionSlider", "value_changed", G_CALLBACK(on_edge_strength_changed));
-    on("GUIEdgeDetectionSlider", "grab_focus", G_CALLBACK(on_edge_slider_grab_focus));
-    on("GUIedgeColor", "color_set", G_CALLBACK(on_edge_color_set));
-    on("GUIToonshadeToggle", "toggled", G_CALLBACK(on_toon_toggled));
-    on("GUIpencilSketch", "toggled", G_CALLBACK(on_pencil_toggled));
-    on("GUIpreshadingFH", "toggled", G_CALLBACK(on_preshading_toggled));
-    on("GUIpreshadingRBS", "toggled", G_CALLBACK(on_preshading_toggled));
-    on("GUIpreshadingICS", "toggled", G_CALLBACK(on_preshading_toggled));
-    on("GUIpostshadingFH", "toggled", G_CALLBACK(on_postshading_toggled));
-    on("GUIpostshadingRBS", "toggled", G_CALLBACK(on_postshading_toggled));
-    on("GUIpostshadingICS", "toggled", G_CALLBACK(on_postshading_toggled));
-    on("GUImaxipFaint", "toggled", G_CALLBACK(on_faint_toggled));
-    on("GUIavgFaint", "toggled", G_CALLBACK(on_faint_toggled));
-    on("GUIrbsFaint", "toggled", G_CALLBACK(on_faint_toggled));
-    on("GUIicsFaint", "toggled", G_CALLBACK(on_faint_toggled));
-    on("GUIrbsDissolve", "toggled", G_CALLBACK(on_rbs_dissolve_toggled));
-    on("GUIicsDissolve", "toggled", G_CALLBACK(on_ics_dissolve_toggled));
-    on("GUI_rbsGradDep", "value_changed", G_CALLBACK(on_rbs_grad_dep_changed));
-    on("GUI_rbsAlphaCorrection", "toggled", G_CALLBACK(on_rbs_alpha_toggled));
-    on("GUI_icsAlphaCorrection", "toggled", G_CALLBACK(on_ics_alpha_toggled));
-    on("GUI_icsThickness", "value_changed", G_CALLBACK(on_ics_thickness_changed));
-
-    on("GUI_lightColor", "color_set", G_CALLBACK(on_light_color_set));
-    on("GUILightDirButton", "clicked", G_CALLBACK(on_light_dir_clicked));
-    on("GUIambientSlider", "value_changed", G_CALLBACK(on_ambient_changed));
-    on("GUIdiffuseSlider", "value_changed", G_CALLBACK(on_diffuse_changed));
-    on("GUIspecularSlider", "value_changed", G_CALLBACK(on_specular_changed));
-    on("GUIexponentSlider", "value_changed", G_CALLBACK(on_exponent_changed));
-    on("GUIshadowStepsize", "value_changed", G_CALLBACK(on_shadow_stepsize_changed));
-    on("GUIsoftShadow", "toggled", G_CALLBACK(on_soft_shadow_toggled));
-    on("GUIhardShadow", "toggled", G_CALLBACK(on_hard_shadow_toggled));
-    on("GUI_lightShadowPrecalc", "clicked", G_CALLBACK(on_shadow_precalc_clicked));
-    on("GUIsmoothShadows", "clicked", G_CALLBACK(on_smooth_shadows_clicked));
-    on("GUIocclusionLightBlend", "toggled", G_CALLBACK(on_occlusion_blend_toggled));
-
-    on("GUICuttingView", "toggled", G_CALLBACK(on_cutting_view_toggled));
-    on("GUICutWithPlane", "toggled", G_CALLBACK(on_cut_with_plane_toggled));
-    on("GUICutWithSphere", "toggled", G_CALLBACK(on_cut_with_sphere_toggled));
-    on("GUICutInsideSphere", "toggled", G_CALLBACK(on_cut_inside_toggled));
-    on("GUICutOutsideSphere", "toggled", G_CALLBACK(on_cut_outside_toggled));
-    on("GUICuttingPlaneNormal", "clicked", G_CALLBACK(on_cut_plane_normal_clicked));
-    on("GUICuttingPlaneD", "value_changed", G_CALLBACK(on_cut_plane_d_changed));
-    on("GUISphereXSlider", "value_changed", G_CALLBACK(on_sphere_center_changed<0>));
-    on("GUISphereYSlider", "value_changed", G_CALLBACK(on_sphere_center_changed<1>));
-    on("GUISphereZSlider", "value_changed", G_CALLBACK(on_sphere_center_changed<2>));
-    on("GUISphereRSlider", "value_changed", G_CALLBACK(on_sphere_radius_changed));
-    on("GUICuttingPlaneApply", "clicked", G_CALLBACK(on_cut_apply_clicked));
+    for (const Binding& row : bindings)
+        g_signal_connect(G_OBJECT(lookup_widget(window, row.widget)), row.signal, row.handler,
+                         (gpointer)&row);
 }
