@@ -106,6 +106,8 @@ enum RenderModeValue : int {
     mode_ics = 10,       // isovalue contour surfaces
     mode_slices = 12,    // the slice view
 };
+// The values of view_kind (its start value 0 acts as view_normal).
+enum ViewKindValue : int { view_abstract = 10, view_normal = 20 };
 // The values of interp_mode.
 enum InterpModeValue : uint8_t { interp_none = 0, interp_bilinear = 1, interp_trilinear = 2 };
 

@@ -129,7 +129,7 @@ static void on_render_to_file_clicked(GtkButton*, gpointer)
 static void on_rendermode_tabs_switch_page(GtkNotebook*, GtkNotebookPage*, guint page, gpointer)
 {
     int before = render_mode;
-    view_kind = 20;
+    view_kind = view_normal;
     set_active("GUICuttingView", 0);
     switch (page) {
     case 0:
@@ -508,13 +508,20 @@ static void on_light_color_set(GtkColorButton* b, gpointer)
     refresh = 1;
 }
 
+// The light and the cutting plane's normal take the view direction: ifor normalised, shown in
+// their three entries.
+static void take_view_direction(float* v, const char* const entries[3])
+{
+    for (int i = 0; i < 3; ++i) v[i] = ifor[i];
+    normalize3(v);
+    show_vector(entries, v);
+    refresh = 1;
+}
+
 static void on_light_dir_clicked(GtkButton*, gpointer)
 {
-    for (int i = 0; i < 3; ++i) light_dir[i] = ifor[i];
-    normalize3(light_dir);
     static const char* const entries[3] = {"GUI_lightX", "GUI_lightY", "GUI_lightZ"};
-    show_vector(entries, light_dir);
-    refresh = 1;
+    take_view_direction(light_dir, entries);
 }
 
 // The shadow settings change only the next occlusion calculation: no refresh.
@@ -555,7 +562,7 @@ static void on_smooth_shadows_clicked(GtkButton*, gpointer)
 
 static void on_cutting_view_toggled(GtkToggleButton* b, gpointer)
 {
-    view_kind = active(b) ? 10 : 20;
+    view_kind = active(b) ? view_abstract : view_normal;
     // The abstract view stands in for a 3D mode; from the slice view it picks the first hit kind.
     if (render_mode == mode_slices) render_mode = is_active("GUIStepfuncIsoval") ? mode_firsthit : mode_cuberille;
     refresh = 1;
@@ -563,11 +570,8 @@ static void on_cutting_view_toggled(GtkToggleButton* b, gpointer)
 
 static void on_cut_plane_normal_clicked(GtkButton*, gpointer)
 {
-    for (int i = 0; i < 3; ++i) cut_plane_n[i] = ifor[i];
-    normalize3(cut_plane_n);
     static const char* const entries[3] = {"GUICuttingPlaneNX", "GUICuttingPlaneNY", "GUICuttingPlaneNZ"};
-    show_vector(entries, cut_plane_n);
-    refresh = 1;
+    take_view_direction(cut_plane_n, entries);
 }
 
 // The cut sliders run -1 to 1 (radius 0 to 1) in units of the volume diagonal, in the same
