@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "helpers.h"
+#include "raycast_helpers.h"
 #include "transfer/transfer.h"
 
 TEST(Settings, StartValuesOfTheTable)
@@ -381,4 +381,49 @@ TEST(Settings, RegistryReachesTheSliceViewAndLeavesOutWhatIsNoSetting)
     for (const char* name : {"surface_hit", "surface_hit_color", "load_requested", "offscreen_render",
                              "window_width", "window_height", "tex_scroll_x", "tex_scroll_y"})
         EXPECT_EQ(find(name), nullptr) << name;
+}
+
+TEST(PassTable, OneRowPerModeWithItsRules)
+{
+    const int modes[] = {mode_cuberille, mode_firsthit, mode_mip, mode_avg, mode_rbs, mode_ics, mode_slices};
+    EXPECT_EQ(sizeof render_passes / sizeof render_passes[0], sizeof modes / sizeof modes[0]);
+    for (int mode : modes) {
+        const RenderPass* row = find_pass(mode);
+        ASSERT_NE(row, nullptr) << mode;
+        EXPECT_EQ(row->mode, mode);
+        // Modes 4 to 10 wait for the pause rule, and only they.
+        EXPECT_EQ(row->pause_rule, mode >= mode_mip && mode <= mode_ics) << mode;
+        // The finals of mip, avg and ics keep the preview's exact pixels.
+        EXPECT_EQ(row->final_keeps_preview_rays, mode == mode_mip || mode == mode_avg || mode == mode_ics);
+        // Only the slice view has no lattice and no final.
+        EXPECT_EQ(row->lattice == 0, mode == mode_slices);
+        if (row->preview && mode != mode_slices) {
+            EXPECT_NE(row->final, nullptr) << mode;
+        }
+    }
+    EXPECT_EQ(find_pass(1), nullptr);
+    EXPECT_EQ(find_pass(14), nullptr);
+    for (const RenderPass& a : render_passes)
+        for (const RenderPass& b : render_passes)
+            if (&a != &b) {
+                EXPECT_STRNE(a.name, b.name);
+            }
+    EXPECT_TRUE(mode_is_rendered(mode_cuberille));
+    EXPECT_TRUE(mode_is_rendered(mode_slices));
+}
+
+TEST(PassTable, EachPreviewSetsTheLatticeOfItsRow)
+{
+    start_fresh();
+    make_grid(20, 20, 20, [](int x, int y, int z) { return x > 5 && y > 5 && z > 5 ? 3000u : 0u; });
+    set_camera(10.0f, 10.0f, -30.0f, 0.0f, 0.0f, 1.0f, 0.0f, 1.0f, 0.0f);
+    for (const RenderPass& row : render_passes) {
+        if (!row.preview || !row.lattice) continue;
+        render_mode = row.mode;
+        lattice_step = -1;
+        clear_frame_buffers();
+        prepare_preview_vectors();
+        run_preview();
+        EXPECT_EQ(lattice_step, row.lattice) << row.name;
+    }
 }
