@@ -24,24 +24,17 @@ static bool ends_with(const char* name, const char* tail)
     return n >= m && memcmp(name + n - m, tail, m) == 0;
 }
 
-// Palette volumes are not read by this build: the file is refused and nothing changes.
-static bool refuse_palette_volume(const char* path)
-{
-    printf("can't read %s: palette volumes are not supported yet\n", path);
-    return false;
-}
-
 // Only the exact lower and upper case endings choose a palette loader; everything else, .Kvx
 // included, is read as .dat.
 static bool (*choose_loader(const char* path))(const char*)
 {
     if (ends_with(path, ".kvx") || ends_with(path, ".KVX")) {
         puts("it's a *.KVX");
-        return refuse_palette_volume;
+        return load_kvx_volume;
     }
     if (ends_with(path, ".vox") || ends_with(path, ".VOX")) {
         puts("it's a *.VOX");
-        return refuse_palette_volume;
+        return load_vox_volume;
     }
     return load_dat_volume;
 }

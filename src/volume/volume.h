@@ -43,6 +43,14 @@ void compute_max_histo();
 // included), histo and the grey lookup tables stand; the load path does the rest.
 bool load_dat_volume(const char* path);
 
+// Load the palette voxel formats, KVX and VOX, at most 256 voxels along an axis, with no
+// margin: the densities are palette indices 1 to 255 and the lookup tables become the file's
+// palette. histo is added to, not cleared. A file that can't be opened or fails a check of its
+// sizes, offsets, slab runs, length or palette is refused before anything is touched: a
+// message, false, and the old volume stays.
+bool load_kvx_volume(const char* path);
+bool load_vox_volume(const char* path);
+
 // Stores value in bits 16-31 of every word of the grid, leaving bits 0-15 alone.
 void fill_occlusion(uint16_t value);
 

@@ -17,7 +17,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from testlib import check, finish, png_rgba_rows as read_png, write_dat  # noqa: E402
+from testlib import check, finish, png_rgba_rows as read_png, shared_data, write_dat  # noqa: E402
 
 def run(args, timeout=120):
     p = subprocess.run([RENDER] + args, capture_output=True, text=True, timeout=timeout)
@@ -391,6 +391,39 @@ def test_errors(volume, modes):
             check(status == 0 and os.path.exists(out), "%s: renders" % what)
 
 
+def test_palette_files(modes):
+    """The KVX and VOX files of one model render the same picture from each of the six sides:
+    the KVX file stores the surface only, but a first hit sees nothing else. A file the KVX
+    loader refuses ends tavok-render with 'can't load' and no image."""
+    bad = os.path.join(TMP, "zero.kvx")
+    open(bad, "wb").write(b"\0" * 796)  # numbytes 0: no room for a header
+    expect_error([bad, "--mode", modes[0]], "can't load", "a KVX file the loader refuses")
+    kvx, vox = shared_data("kvx/vengi-slab6_vox_test.kvx"), shared_data("vox/vengi-slab6_vox_test.vox")
+    if not kvx or not vox:
+        print("skipped: palette files (no shared data)")
+        return
+    if "cuberille" not in modes:
+        print("skipped: palette pictures (cuberille not built yet)")
+        return
+    centre = (19.5, 6.5, 21.5)  # the model is 39 x 13 x 43
+    for axis, sign in [(a, s) for a in range(3) for s in (-1, 1)]:
+        eye = list(centre)
+        eye[axis] += sign * 60
+        up = "0,0,1" if axis == 1 else "0,1,0"
+        view = ["--size", "64x64", "--eye", ",".join(map(str, eye)),
+                "--look-at", ",".join(map(str, centre)), "--up", up]
+        images = []
+        for name, path in [("kvx", kvx), ("vox", vox)]:
+            out = os.path.join(TMP, "palette-%s-%d%+d.png" % (name, axis, sign))
+            status, _, err = run([path] + view + ["-o", out])
+            if not check(status == 0, "%s renders from side %d%+d (%s)" % (name, axis, sign, err.strip()[:200])):
+                return
+            images.append(read_png(out)[2])
+        what = "side %d%+d" % (axis, sign)
+        check(len(lit_pixels(images[0])) > 100, "%s: the model is seen (%d pixels)" % (what, len(lit_pixels(images[0]))))
+        check(images[0] == images[1], "%s: KVX and VOX give the same picture" % what)
+
+
 def main():
     global RENDER, TMP
     parser = argparse.ArgumentParser()
@@ -423,6 +456,7 @@ def main():
             test_option_order(volume, modes)
             test_camera(volume, modes)
             test_time_and_bench(volume, modes)
+            test_palette_files(modes)
     finish()
 
 

@@ -1,5 +1,7 @@
 // helpers.h — small tools for the unit tests: hand-made .dat files and a known start state.
 #pragma once
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +13,7 @@
 #include "app/passes.h"
 #include "core/core.h"
 #include "core/headless/seam_null.h"
+#include "transfer/transfer.h"
 #include "volume/volume.h"
 
 // A file in the test's temporary folder, removed by the caller when it wants.
@@ -62,3 +65,32 @@ inline uint32_t density_at(uint32_t x, uint32_t y, uint32_t z)
 {
     return voxels[voxel_index(x, y, z)] & density_mask;
 }
+
+// Snapshot of what a refused file must leave alone: the grid (pointer, sizes, words), the
+// histogram, both tables and the panel's size entry.
+struct VolumeSnapshot {
+    uint32_t* grid;
+    uint32_t x, y, z;
+    std::vector<uint32_t> words;
+    std::vector<uint32_t> hist;
+    std::vector<uint32_t> colors;
+    std::vector<float> opacities;
+    std::string dims;
+    VolumeSnapshot()
+        : grid(voxels), x(vol_x), y(vol_y), z(vol_z),
+          words(voxels, voxels + (size_t)vol_x * vol_y * vol_z), hist(histo, histo + 4096),
+          colors(color_lut, color_lut + 4096), opacities(opacity_lut, opacity_lut + 4096),
+          dims(null_vol_dim) {}
+    void expect_unchanged() const
+    {
+        EXPECT_EQ(voxels, grid);
+        EXPECT_EQ(vol_x, x);
+        EXPECT_EQ(vol_y, y);
+        EXPECT_EQ(vol_z, z);
+        EXPECT_EQ(std::vector<uint32_t>(voxels, voxels + (size_t)x * y * z), words);
+        EXPECT_EQ(std::vector<uint32_t>(histo, histo + 4096), hist);
+        EXPECT_EQ(std::vector<uint32_t>(color_lut, color_lut + 4096), colors);
+        EXPECT_EQ(std::vector<float>(opacity_lut, opacity_lut + 4096), opacities);
+        EXPECT_EQ(std::string(null_vol_dim), dims);
+    }
+};

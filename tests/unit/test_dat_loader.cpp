@@ -138,31 +138,6 @@ TEST(DatLoader, FillOcclusionTouchesOnlyTheUpperHalf)
     remove(path.c_str());
 }
 
-// Snapshot of what a refused file must leave alone.
-struct VolumeSnapshot {
-    uint32_t* grid;
-    uint32_t x, y, z;
-    std::vector<uint32_t> words;
-    std::vector<uint32_t> hist;
-    std::vector<uint32_t> colors;
-    std::string dims;
-    VolumeSnapshot()
-        : grid(voxels), x(vol_x), y(vol_y), z(vol_z),
-          words(voxels, voxels + (size_t)vol_x * vol_y * vol_z), hist(histo, histo + 4096),
-          colors(color_lut, color_lut + 4096), dims(null_vol_dim) {}
-    void expect_unchanged() const
-    {
-        EXPECT_EQ(voxels, grid);
-        EXPECT_EQ(vol_x, x);
-        EXPECT_EQ(vol_y, y);
-        EXPECT_EQ(vol_z, z);
-        EXPECT_EQ(std::vector<uint32_t>(voxels, voxels + (size_t)x * y * z), words);
-        EXPECT_EQ(std::vector<uint32_t>(histo, histo + 4096), hist);
-        EXPECT_EQ(std::vector<uint32_t>(color_lut, color_lut + 4096), colors);
-        EXPECT_EQ(std::string(null_vol_dim), dims);
-    }
-};
-
 TEST(DatLoader, TruncatedFileKeepsTheOldVolume)
 {
     start_fresh();
