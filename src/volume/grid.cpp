@@ -1,6 +1,8 @@
 // grid.cpp — the globals of the volume room: the grid, its histogram, the derived gradients
 // and brick map, and the occlusion progress. Written by the loaders, blur, cut and the
 // occlusion worker; read by every pass.
+#include <unistd.h>
+
 #include "volume/volume.h"
 
 uint32_t* voxels = nullptr;
@@ -11,6 +13,14 @@ GradientRecord* gradients = nullptr;
 uint32_t* block_map = nullptr;
 uint32_t block_x = 0, block_y = 0, block_z = 0;
 std::atomic<float> shadow_progress{0.0f};
+uint64_t volume_memory_limit = 0;
+
+uint64_t volume_memory_budget()
+{
+    if (volume_memory_limit) return volume_memory_limit;
+    long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGESIZE);
+    return pages > 0 && page > 0 ? (uint64_t)pages * (uint64_t)page : UINT64_MAX;
+}
 
 void compute_max_histo()
 {

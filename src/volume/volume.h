@@ -36,6 +36,13 @@ extern uint32_t histo[4096];
 extern uint32_t max_histo;
 void compute_max_histo();
 
+// Bytes a volume may take together with its gradients, 20 a voxel: a .dat file whose grid needs
+// more is refused before anything is freed, since the load would end in the fatal path after
+// the old volume is gone. 0, the start value, stands for the machine's physical memory; tests
+// and the fuzz harness set a small budget. volume_memory_budget() is the limit in force.
+extern uint64_t volume_memory_limit;
+uint64_t volume_memory_budget();
+
 // Loads a .dat file: three 16-bit sizes, then 16-bit samples with x fastest. Samples below
 // 500 are stored as 0; a sample above 4095 ends the program. A file that can't be opened, is
 // shorter than its header says or whose grid is too large is refused before anything is

@@ -204,6 +204,33 @@ TEST(DatLoader, OversizedGridIsRefusedBeforeAnythingIsFreed)
     remove(huge.c_str());
 }
 
+TEST(DatLoader, GridBeyondTheMemoryBudgetIsRefused)
+{
+    start_fresh();
+    std::string good = write_dat("good4.dat", 2, 2, 2, {600, 700, 800, 900, 1000, 1100, 1200, 1300});
+    ASSERT_TRUE(load_dat_volume(good.c_str()));
+    VolumeSnapshot before;
+    // Six bytes that ask for a margin-only grid of 4 x 30004 x 17004 voxels: 2 GB of words and
+    // 8 GB of gradients, with no sample in the file.
+    std::string empty = write_dat("margin-only.dat", 0, 30000, 17000, {});
+    volume_memory_limit = 1ull << 30;
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(load_dat_volume(empty.c_str()));
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find("file " + empty + " is too large: 0 x 30000 x 17000 gives a grid of 2040752064 "
+                       "voxels, which needs 38924 MB with its gradients, at most 1024 MB fit"),
+              std::string::npos) << out;
+    before.expect_unchanged();
+    // Within the budget a margin-only grid loads: 4 x 9 x 10 words, all 0.
+    std::string small = write_dat("margin-small.dat", 0, 5, 6, {});
+    EXPECT_TRUE(load_dat_volume(small.c_str()));
+    EXPECT_EQ(vol_x * vol_y * vol_z, 360u);
+    volume_memory_limit = 0;
+    remove(good.c_str());
+    remove(empty.c_str());
+    remove(small.c_str());
+}
+
 TEST(DatLoader, LogLineGivesTheFileSizes)
 {
     start_fresh();
