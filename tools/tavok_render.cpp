@@ -495,7 +495,6 @@ static void check_job(const RenderJob& job)
     if (!mode_is_rendered(mode))
         fail("%s %s: this render mode is not available yet", job.mode >= 0 ? "--mode" : "render mode",
              mode_name(mode));
-    if (!job.cuts.empty()) fail("--cut: cutting is not available yet");
     if (job.occlusion) fail("--occlusion: the occlusion calculation is not available yet");
 }
 
@@ -557,6 +556,20 @@ static void apply_job(const RenderJob& job)
     alloc_frame_buffers((uint32_t)job.width, (uint32_t)job.height, (uint32_t)job.height);
     compute_view_constants();
     for (int k = 0; k < job.blur; ++k) blur_data();
+    // Each cut as "Apply Cut" makes it: the shape becomes the cut setting (so an abstract view
+    // shows the last one), then the grid is cut and what depends on it rebuilt.
+    for (const CutStep& cut : job.cuts) {
+        cut_kind = cut.kind;
+        if (cut.kind == 1) {
+            for (int i = 0; i < 3; ++i) cut_plane_n[i] = cut.shape[i];
+            cut_plane_d = cut.shape[3];
+        } else {
+            for (int i = 0; i < 3; ++i) cut_sphere_center[i] = cut.shape[i];
+            cut_sphere_r2 = cut.shape[3];
+            cut_sphere_side = cut.side;
+        }
+        apply_cut();
+    }
 
     for (const NodeStep& step : job.nodes) {
         if (step.is_color) set_color_node_at(step.pos, step.color);

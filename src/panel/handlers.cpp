@@ -597,8 +597,9 @@ static void on_sphere_radius_changed(GtkRange* r, gpointer)
 
 static void on_cut_apply_clicked(GtkButton*, gpointer)
 {
-    // "Apply Cut" calls apply_cut of the cutting room, which this build does not have yet;
-    // until then the button does nothing.
+    // Blocks until the grid is cut and its gradients and brick map are rebuilt; asks for a
+    // picture itself.
+    apply_cut();
 }
 
 // ---------------------------------------------------------------------------------------------

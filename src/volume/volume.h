@@ -87,6 +87,19 @@ void smooth_field(uint32_t* words, uint32_t mask, int shift);
 void blur_data();
 
 // ---------------------------------------------------------------------------------------------
+// Cutting: erases the density bits (word & 0xfffff000) of the voxels on one side of a shape,
+// tested at each voxel's centre (x + 0.5, y + 0.5, z + 0.5), margin included, in single
+// precision. Occlusion and histo stay.
+// Plane: nx, ny, nz, d; erases where px * nx + py * ny + d + pz * nz < 0 (0 survives).
+void cut_with_plane(const float* plane);
+// Sphere: cx, cy, cz, r²; v = |p - c|² - r². side 3 erases v < 0 (inside), 4 erases v > 0
+// (outside), any other side nothing.
+void cut_with_sphere(const float* sphere, int side);
+// "Apply Cut": stops the occlusion worker, cuts with the shape of cut_kind (1 plane, 2 sphere,
+// other values nothing), then max_histo, the editor backdrop, gradients, brick map, refresh.
+void apply_cut();
+
+// ---------------------------------------------------------------------------------------------
 // The occlusion worker. Anything that frees or rewrites voxel words, or changes a setting the
 // worker reads, first stops it: shadow_cancel = 1 and wait for the thread to end (a thread
 // never started is not waited for). shadow_cancel stays 1 afterwards.

@@ -383,12 +383,54 @@ def test_errors(volume, modes):
                        (["--blur", "1"], "blur"), (["--color", "1000=ff0000"], "colour node"),
                        (["--opacity", "1000=0.5"], "opacity node")]:
         out = os.path.join(TMP, "notyet.png")
+        if os.path.exists(out):
+            os.remove(out)
         status, _, err = run([volume] + args + (["--mode", modes[0]] if modes else []) + ["-o", out])
         if status == 2:
             check("not available yet" in err and not os.path.exists(out),
                   "%s: refused as not available yet, no file" % what)
         else:
             check(status == 0 and os.path.exists(out), "%s: renders" % what)
+
+
+def test_cuts(modes):
+    """--cut erases the grid as "Apply Cut" does, before the view is rendered. The block of
+    test_block_volume (grid 17 x 15 x 13, data at 2..14, 2..12, 2..10), seen from the front."""
+    if "cuberille" not in modes:
+        print("skipped: cuts (cuberille not built yet)")
+        return
+    vol = write_dat(os.path.join(TMP, "cut-block.dat"), (13, 11, 9), lambda x, y, z: 4095)
+    view = [vol, "--size", "41x31", "--eye", "8.5,7.5,-40", "--look-at", "8.5,7.5,6.5", "--up", "0,1,0"]
+
+    def white(args, name):
+        out = os.path.join(TMP, name)
+        status, _, err = run(view + args + ["-o", out])
+        if not check(status == 0, "%s renders (%s)" % (name, err.strip()[:200])):
+            return None
+        w, _, rows = read_png(out)
+        return [(x, y) for y, row in enumerate(rows) for x, p in enumerate(row) if p == 0xffffffff]
+
+    whole = white([], "uncut.png")
+    # The plane x = 8.5 with its normal along +x: x + 0.5 < 8.5 goes, x = 2..7 of the block's
+    # 2..14; what stays lies on one side of the middle column.
+    half = white(["--cut", "plane:1,0,0,-8.5"], "plane-cut.png")
+    if whole and half is not None:
+        ratio = len(half) / len(whole)
+        check(0.4 < ratio < 0.7, "plane cut keeps 7 of 13 columns (%.2f of the white pixels)" % ratio)
+        xs = [x for x, _ in half]
+        check(xs and (min(xs) >= 19 or max(xs) <= 21), "plane cut: what stays is on one side (%d..%d)"
+              % (min(xs) if xs else -1, max(xs) if xs else -1))
+    # Outside a sphere of radius 3 around the centre everything goes: a disc stays in the middle.
+    ball = white(["--cut", "sphere:8.5,7.5,6.5,9,outside"], "sphere-cut.png")
+    if whole and ball is not None:
+        check(0 < len(ball) < len(whole) / 3, "sphere cut keeps a disc (%d of %d pixels)" % (len(ball), len(whole)))
+        check((20, 15) in ball, "sphere cut: the centre stays")
+        corners = [min(whole), max(whole)]
+        check(not any(c in ball for c in corners), "sphere cut: the block's corners are gone")
+    # Two cuts add up: inside a sphere that holds the whole grid, after the plane, nothing stays.
+    gone = white(["--cut", "plane:1,0,0,-8.5", "--cut", "sphere:8.5,7.5,6.5,1000,inside"], "both.png")
+    if gone is not None:
+        check(not gone, "plane and then a sphere holding everything: all black")
 
 
 def test_palette_files(modes):
@@ -457,6 +499,7 @@ def main():
             test_camera(volume, modes)
             test_time_and_bench(volume, modes)
             test_palette_files(modes)
+            test_cuts(modes)
     finish()
 
 

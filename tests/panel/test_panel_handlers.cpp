@@ -587,11 +587,38 @@ TEST_F(Panel, CutSlidersScaleByTheDiagonal)
     EXPECT_EQ(refresh, 0);  // the side shows only when a cut is applied
 }
 
+TEST_F(Panel, ApplyCutErasesWhatTheChosenShapeAsks)
+{
+    fake_volume(9, 5, 3);
+    for (size_t i = 0; i < 9 * 5 * 3; ++i) voxels[i] = 0x800000u | 3000u;
+    // The plane slider at 0.5 puts the offset at -0.5 * diag + diag = diag / 2: with the normal
+    // (-1, 0, 0) the voxels with x + 0.5 > diag / 2 go.
+    set_value("GUICuttingPlaneD", 0.5);
+    cut_plane_n[0] = -1.0f, cut_plane_n[1] = 0.0f, cut_plane_n[2] = 0.0f;
+    set_active("GUICutWithSphere", true);
+    set_active("GUICutWithPlane", true);
+    refresh = 0;
+    click("GUICuttingPlaneApply");
+    EXPECT_EQ(refresh, 1);
+    float half = vol_diag * 0.5f;
+    for (uint32_t x = 0; x < 9; ++x)
+        for (uint32_t y = 0; y < 5; ++y)
+            for (uint32_t z = 0; z < 3; ++z) {
+                uint32_t word = voxels[voxel_index(x, y, z)];
+                EXPECT_EQ(word & density_mask, (float)x + 0.5f > half ? 0u : 3000u) << x;
+                EXPECT_EQ(word >> 16, 0x80u);  // occlusion stays
+            }
+    // Gradients and brick map were rebuilt: the gradient at the new face points into the volume.
+    ASSERT_NE(block_map, nullptr);
+    uint32_t last = (uint32_t)(half - 0.5f);  // the last voxel kept along x
+    EXPECT_LT(gradients[voxel_index(last, 2, 1)].nx, 0.0f);
+}
+
 TEST_F(Panel, ButtonsOfLaterRoomsDoNothingYet)
 {
     fake_volume(9, 11, 7);
     CaptureStdout();
-    for (const char* b : {"GUIscreenshotButton", "GUI_lightShadowPrecalc", "GUIsmoothShadows", "GUICuttingPlaneApply"})
+    for (const char* b : {"GUIscreenshotButton", "GUI_lightShadowPrecalc", "GUIsmoothShadows"})
         click(b);
     EXPECT_EQ(GetCapturedStdout(), "");
     EXPECT_EQ(refresh, 0);
