@@ -5,6 +5,7 @@
 // opened, one shorter than its header says and one whose grid would not fit the 32-bit voxel
 // index or the memory budget are refused with a message, and the old volume, its tables and
 // the panel's size entry stay as they were. A sample above 4095, and failed allocations, are fatal.
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,8 +15,47 @@
 #include "transfer/transfer.h"
 #include "volume/volume.h"
 
-// Renderers step the voxel index in signed 32 bits; the margin adds 4 on each axis.
-static constexpr long long max_grid_words = 0x7fffffffLL;
+// The grid's sizes of the new volume, set by replace_grid; store_samples fills that grid.
+static uint32_t new_x, new_y, new_z;
+
+void replace_grid(uint32_t fx, uint32_t fy, uint32_t fz)
+{
+    char dims[64];
+    snprintf(dims, sizeof dims, " %d x %d x %d", fx, fy, fz);
+    set_entry_text("GUIvolDim", dims, (int)strlen(dims));
+
+    if (volume_loaded) {
+        free(voxels);
+        voxels = nullptr;
+    }
+    voxels = (uint32_t*)calloc((size_t)(fx + 4) * (fy + 4) * (fz + 4), 4);
+    if (!voxels) clean_up_and_exit(0, "failed to allocate %dx%dx%d voxel-grid\n", fx, fy, fz);
+    memset(histo, 0, sizeof histo);
+    if (!volume_loaded) alloc_lookup_tables();
+    reset_grey_tables();
+    new_x = fx;
+    new_y = fy;
+    new_z = fz;
+}
+
+bool store_samples(const uint16_t* samples)
+{
+    // The grid's sizes with the margin; sample (x, y, z) lands on (x+2, y+2, z+2).
+    const uint32_t fx = new_x, fy = new_y, fz = new_z;
+    vol_x = fx + 4;
+    vol_y = fy + 4;
+    vol_z = fz + 4;
+    size_t i = 0;
+    for (uint32_t z = 0; z < fz; ++z)
+        for (uint32_t y = 0; y < fy; ++y)
+            for (uint32_t x = 0; x < fx; ++x, ++i) {
+                uint32_t v = samples[i];
+                if (v > 4095) return false;
+                histo[v] += 1;
+                if (v >= 500) voxels[voxel_index(x + 2, y + 2, z + 2)] = v;
+            }
+    return true;
+}
 
 bool load_dat_volume(const char* path)
 {
@@ -66,45 +106,20 @@ bool load_dat_volume(const char* path)
         return false;
     }
 
-    char dims[64];
-    snprintf(dims, sizeof dims, " %d x %d x %d", fx, fy, fz);
-    set_entry_text("GUIvolDim", dims, (int)strlen(dims));
-
-    if (volume_loaded) {
-        free(voxels);
-        voxels = nullptr;
-    }
-    voxels = (uint32_t*)calloc((size_t)words, 4);
-    if (!voxels) clean_up_and_exit(0, "failed to allocate %dx%dx%d voxel-grid\n", fx, fy, fz);
-    memset(histo, 0, sizeof histo);
-    if (!volume_loaded) alloc_lookup_tables();
-    reset_grey_tables();
-
+    replace_grid(fx, fy, fz);
     uint16_t* block = (uint16_t*)malloc((size_t)samples * 2 + 1);
     if (!block) clean_up_and_exit(0, "out of mem!");
     size_t got = fread(block, 2, (size_t)samples, file);
     (void)got;  // the length was checked against the header above
-
-    // The grid's sizes with the margin; the file's sample (x, y, z) lands on (x+2, y+2, z+2).
-    vol_x = fx + 4;
-    vol_y = fy + 4;
-    vol_z = fz + 4;
-    const uint8_t* bytes = (const uint8_t*)block;
-    size_t i = 0;
-    for (uint32_t z = 0; z < fz; ++z)
-        for (uint32_t y = 0; y < fy; ++y)
-            for (uint32_t x = 0; x < fx; ++x, ++i) {
-                uint32_t v = bytes[2 * i] | bytes[2 * i + 1] << 8;
-                if (v > 4095) {
-                    // The process ends here; the temporary and the file go first all the same,
-                    // so that a harness that catches the fatal path (tests/fuzz) sees no leak.
-                    free(block);
-                    fclose(file);
-                    clean_up_and_exit(0, "error in file %s", path);
-                }
-                histo[v] += 1;
-                if (v >= 500) voxels[voxel_index(x + 2, y + 2, z + 2)] = v;
-            }
+    if constexpr (std::endian::native == std::endian::big)
+        for (long long i = 0; i < samples; ++i) block[i] = __builtin_bswap16(block[i]);
+    if (!store_samples(block)) {
+        // The process ends here; the temporary and the file go first all the same, so that a
+        // harness that catches the fatal path (tests/fuzz) sees no leak.
+        free(block);
+        fclose(file);
+        clean_up_and_exit(0, "error in file %s", path);
+    }
     free(block);
     fclose(file);
 

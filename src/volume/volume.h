@@ -58,6 +58,20 @@ bool load_dat_volume(const char* path);
 bool load_kvx_volume(const char* path);
 bool load_vox_volume(const char* path);
 
+// Renderers step the voxel index in signed 32 bits: a grid, margin included, has at most this
+// many words.
+constexpr long long max_grid_words = 0x7fffffffLL;
+// The two halves of every loader of 12-bit samples (.dat files and imported scans), so that
+// both leave the same grid behind. replace_grid shows the sizes in GUIvolDim, frees the old
+// grid, allocates the new one of (fx + 4) * (fy + 4) * (fz + 4) zeroed words, zeroes histo and
+// resets the grey tables. store_samples then takes fx * fy * fz samples, x fastest, then y,
+// then z: each is counted in histo, and those of 500 and above land on (x + 2, y + 2, z + 2);
+// it sets the grid's sizes (the load path sets volume_loaded). It returns false at the first
+// sample above 4095, on which the caller takes the fatal path ("error in file PATH"). Check
+// everything about the new volume before replace_grid.
+void replace_grid(uint32_t fx, uint32_t fy, uint32_t fz);
+bool store_samples(const uint16_t* samples);
+
 // Stores value in bits 16-31 of every word of the grid, leaving bits 0-15 alone.
 void fill_occlusion(uint16_t value);
 
