@@ -284,7 +284,7 @@ static bool read_slice(const char* series, const std::string& path, const SliceF
     const gdcm::PixelFormat& pf = image.GetPixelFormat();
     if (pf.GetSamplesPerPixel() != 1) {
         printf("can't read %s: a colour image (%s); tavok reads grey-scale scans\n", path.c_str(),
-               gdcm::PhotometricInterpretation::GetPIString(image.GetPhotometricInterpretation()));
+               trimmed(gdcm::PhotometricInterpretation::GetPIString(image.GetPhotometricInterpretation())).c_str());
         return false;
     }
     SampleType type;

@@ -7,6 +7,7 @@
 // Called by import.cpp through read_nifti; niftilib's own messages are silenced.
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <sys/stat.h>
 
 #include <nifti2_io.h>
@@ -88,7 +89,10 @@ bool read_nifti(const char* path, SourceVolume& src)
         return false;
     }
     src.data = data;
-    src.format = nim->nifti_type >= NIFTI_FTYPE_NIFTI2_1 ? "NIfTI-2" : nim->nifti_type == NIFTI_FTYPE_ANALYZE ? "Analyze" : "NIfTI-1";
+    // The image record says NIfTI-1 for either version: the header itself tells.
+    int version = 0;
+    free(nifti_read_header(path, &version, 0));
+    src.format = nim->nifti_type == NIFTI_FTYPE_ANALYZE ? "Analyze" : version == 2 ? "NIfTI-2" : "NIfTI-1";
     if (nim->scl_slope != 0.0 && std::isfinite(nim->scl_slope) && std::isfinite(nim->scl_inter)) {
         src.slope = nim->scl_slope;
         src.intercept = nim->scl_inter;
