@@ -395,6 +395,11 @@ static const char* const axis_names = "ijk";
 
 bool import_volume(const char* path, ImportedVolume& out)
 {
+    struct stat st;
+    if (stat(path, &st) != 0) {
+        printf("can't open file %s\n", path);
+        return false;
+    }
     SourceVolume src;
     bool ok = false;
     switch (format_of(path)) {
