@@ -32,6 +32,7 @@
 #include "app/passes.h"
 #include "core/core.h"
 #include "core/seam.h"
+#include "import/import.h"
 #include "output/png.h"
 #include "raycast/raycast.h"
 #include "slices/slices.h"
@@ -59,7 +60,7 @@ static void fail(const char* format, ...)
 static const char usage_text[] =
     "usage: tavok-render VOLUME -o OUT.png [options]\n"
     "       tavok-render VOLUME --bench N [-o OUT.png] [options]\n"
-    "Renders one view of a volume (.dat, .kvx, .vox) to a PNG without a display, with the\n"
+    "Renders one view of a volume (.dat, .kvx, .vox or a scan) to a PNG without a display, with the\n"
     "settings the window has after loading the file and switching to the 3D tab.\n"
     "Options (applied in this order, whatever their order here):\n"
     "  --size WxH               image size, 1..16383 each (default 1024x1024)\n"
@@ -84,7 +85,9 @@ static const char usage_text[] =
     "  --time                   print the preview and final times in milliseconds\n"
     "  --bench N                render N times after a warm-up and print timings\n"
     "  -o, --output OUT.png     the image to write\n"
-    "  -h, --help               this text\n";
+    "  -h, --help               this text\n"
+    "A scan (a DICOM series, by its folder or any of its files, NIfTI, NRRD or raw samples) is\n"
+    "read as tavok reads it, with the same options:\n";
 
 // ---------------------------------------------------------------------------------------------
 // The job: everything the command line asks for, checked while it is read.
@@ -338,7 +341,15 @@ static RenderJob parse_command_line(int argc, char** argv)
         const char* arg = argv[k];
         if (strcmp(arg, "-h") == 0 || strcmp(arg, "--help") == 0) {
             fputs(usage_text, stdout);
+            fputs(import_usage_text, stdout);
             exit(0);
+        }
+        std::string import_error;
+        int used = parse_import_option(argc, argv, k, import_error);
+        if (used < 0) fail("%s", import_error.c_str());
+        if (used > 0) {
+            k += used - 1;
+            continue;
         }
         if (arg[0] != '-' || arg[1] == '\0') {
             if (job.volume) fail("only one volume can be rendered: '%s' and '%s'", job.volume, arg);
@@ -461,7 +472,7 @@ static void check_job(const RenderJob& job)
 {
     struct stat in;
     if (stat(job.volume, &in) != 0) fail("can't read %s: %s", job.volume, strerror(errno));
-    if (S_ISDIR(in.st_mode)) fail("can't read %s: it is a folder", job.volume);
+    // A folder is a DICOM series for the importer, which says so if it holds none.
     if (access(job.volume, R_OK) != 0) fail("can't read %s: %s", job.volume, strerror(errno));
 
     if (job.output) {

@@ -1,11 +1,13 @@
 // load.cpp — the load path: the loader chosen by the file's ending, then what every good load
 // is followed by, whatever the format: the editor strip, the volume's diagonal, the neutral
 // occlusion, gradients and brick map, the panel, the camera, the slices and the cut shapes.
+// Scans of other formats come through the importer (src/import).
 //
 // Called by the frame loop when the chooser asked for a load (and by tavok-render, the tests
 // and the benchmarks with a path). A loader either refuses a file before it touches anything
 // (false: the old volume, its tables and last_volume_path stay as they were) or leaves a
 // complete new grid with its histogram and lookup tables.
+#include <cassert>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +16,7 @@
 #include "app/app.h"
 #include "core/core.h"
 #include "core/seam.h"
+#include "import/import.h"
 #include "slices/slices.h"
 #include "transfer/transfer.h"
 #include "volume/volume.h"
@@ -24,8 +27,22 @@ static bool ends_with(const char* name, const char* tail)
     return n >= m && memcmp(name + n - m, tail, m) == 0;
 }
 
-// Only the exact lower and upper case endings choose a palette loader; everything else, .Kvx
-// included, is read as .dat.
+// Scans (DICOM, NIfTI, NRRD, raw with --raw) go through the importer, which reads and converts
+// the whole file before the grid is touched; the grid is then built from its samples as the
+// .dat loader builds it from a file's. The importer's samples never exceed 4095.
+static bool load_scan(const char* path)
+{
+    ImportedVolume volume;
+    if (!import_volume(path, volume)) return false;
+    replace_grid(volume.size[0], volume.size[1], volume.size[2]);
+    bool stored = store_samples(volume.samples.data());
+    assert(stored && "the importer clamps every sample to 0..4095");
+    (void)stored;
+    return true;
+}
+
+// Only the exact lower and upper case endings choose a palette loader; a scan goes to the
+// importer; everything else, .Kvx included, is read as .dat.
 static bool (*choose_loader(const char* path))(const char*)
 {
     if (ends_with(path, ".kvx") || ends_with(path, ".KVX")) {
@@ -36,6 +53,7 @@ static bool (*choose_loader(const char* path))(const char*)
         puts("it's a *.VOX");
         return load_vox_volume;
     }
+    if (is_import_path(path)) return load_scan;
     return load_dat_volume;
 }
 

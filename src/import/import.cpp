@@ -466,12 +466,3 @@ bool import_volume(const char* path, ImportedVolume& out)
     out.samples = std::move(grid.v);
     return true;
 }
-
-bool load_import_volume(const char* path)
-{
-    ImportedVolume volume;
-    if (!import_volume(path, volume)) return false;
-    replace_grid(volume.size[0], volume.size[1], volume.size[2]);
-    store_samples(volume.samples.data());
-    return true;
-}

@@ -7,6 +7,7 @@
 // only chooses, checks, maps and resamples. It depends on core and volume; only the program's
 // top (the load path), tavok-render and tavok-import call it. Everything is read and
 // converted before the old volume is touched: a file that fails leaves the grid as it was.
+// It calls none of the rooms; volume.h gives it only the grid's size limit.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -57,13 +58,9 @@ struct ImportedVolume {
 bool is_import_path(const char* path);
 
 // Reads, maps, turns and resamples the file into out. On failure prints one message naming the
-// file and what is wrong and returns false; nothing else changes.
+// file and what is wrong and returns false; nothing else changes. The load path builds the grid
+// from out with replace_grid and store_samples, as the .dat loader does.
 bool import_volume(const char* path, ImportedVolume& out);
-
-// The importer as a loader of the load path: import_volume, then the new grid exactly as the
-// .dat loader would build it from the same samples. False (with the message) leaves the old
-// volume, its tables and the panel as they were.
-bool load_import_volume(const char* path);
 
 // Called with the fraction done, 0..1, while slices are read and the grid is resampled; null
 // by default. tavok-import draws a bar on the terminal with it; tavok shows GUIprogressBar.

@@ -664,6 +664,13 @@ void init_control_panel(int* argc, char*** argv)
     static const char* const all[] = {"*.*"};
     add_filter(chooser, "Volume Data (*.dat)", dat, 2);
     add_filter(chooser, "KVX/VOX Data (*.kvx, *.vox)", palette, 4);
+    // The importer's scans: any one file of a DICOM series opens the series (DICOM files
+    // without an ending show under "All Files").
+    static const char* const scans[] = {"*.dcm", "*.DCM", "*.dicom", "*.ima", "*.IMA", "*.nii",
+                                        "*.NII", "*.nii.gz", "*.NII.GZ", "*.hdr", "*.HDR",
+                                        "*.nrrd", "*.NRRD", "*.nhdr", "*.NHDR"};
+    add_filter(chooser, "Scans (DICOM *.dcm, NIfTI *.nii *.nii.gz, NRRD *.nrrd *.nhdr)", scans,
+               (int)(sizeof scans / sizeof scans[0]));
     add_filter(chooser, "All Files (*.*)", all, 1);
 
     GUIprogressBar = lookup_widget(gui_window, "GUIprogressBar");

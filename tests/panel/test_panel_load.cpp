@@ -1,6 +1,7 @@
 // The panel's doors of seam.h and the load path with the real widgets: a file chosen in the
 // panel, the volume's sizes, the slice widgets set for the new volume and the slice view as
 // the mode that a load brings up. Also "Take Screenshot" with its file name rule.
+#include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -154,6 +155,59 @@ TEST_F(Panel, ChoosingAFileAsksForALoad)
     EXPECT_EQ(entry_text("GUIvolDim"), " 3 x 5 x 7");
     EXPECT_STREQ(last_volume_path, path.c_str());
     unlink(path.c_str());
+}
+
+// The chooser opens the importer's scans (any file of a DICOM series opens the series); a scan
+// that fails to read leaves the volume, the size entry and the path as they were.
+TEST_F(Panel, ChoosingAScanLoadsItAndABadOneChangesNothing)
+{
+    const char* ct = "/usr/lib/python3/dist-packages/pydicom/data/test_files/CT_small.dcm";
+    FILE* in = fopen(ct, "rb");
+    if (!in) GTEST_SKIP() << "needs python3-pydicom";
+    std::vector<char> bytes(1 << 20);
+    bytes.resize(fread(bytes.data(), 1, bytes.size(), in));
+    fclose(in);
+    std::string folder = temp_file("series");
+    mkdir(folder.c_str(), 0700);
+    std::string path = folder + "/IM0001";
+    FILE* out = fopen(path.c_str(), "wb");
+    fwrite(bytes.data(), 1, bytes.size(), out);
+    fclose(out);
+
+    CaptureStdout();
+    gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(W("GUIloadvolume")), path.c_str());
+    EXPECT_TRUE(pump_until([] { return load_requested == 1; }));
+    frame();
+    std::string log = GetCapturedStdout();
+    EXPECT_NE(log.find("mapped hounsfield units -1024..3071 to 0..4095\n"), std::string::npos) << log;
+    EXPECT_EQ(volume_loaded, 1);
+    EXPECT_EQ(vol_x, 132u);
+    EXPECT_EQ(entry_text("GUIvolDim"), " 128 x 128 x 1");
+    EXPECT_STREQ(last_volume_path, path.c_str());
+    const uint32_t* grid = voxels;
+
+    std::string broken = temp_file("broken.nii");
+    out = fopen(broken.c_str(), "wb");
+    fputs("not a scan", out);
+    fclose(out);
+    for (int i = 0; i < 30; ++i) {
+        drain_events();
+        g_usleep(10000);
+    }
+    load_requested = 0;
+    CaptureStdout();
+    gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(W("GUIloadvolume")), broken.c_str());
+    EXPECT_TRUE(pump_until([] { return load_requested == 1; }));
+    frame();
+    log = GetCapturedStdout();
+    EXPECT_NE(log.find("can't read " + broken + ": not a NIfTI file that niftilib can read\n"), std::string::npos) << log;
+    EXPECT_EQ(voxels, grid);
+    EXPECT_EQ(vol_x, 132u);
+    EXPECT_EQ(entry_text("GUIvolDim"), " 128 x 128 x 1");
+    EXPECT_STREQ(last_volume_path, path.c_str());
+    unlink(broken.c_str());
+    unlink(path.c_str());
+    rmdir(folder.c_str());
 }
 
 TEST_F(Panel, BlurDataNeedsAVolume)

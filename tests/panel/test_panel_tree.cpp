@@ -490,9 +490,11 @@ TEST_F(Panel, StartValuesOfInitAndTheirMismatches)
 TEST_F(Panel, FileFiltersOfTheChooser)
 {
     GSList* filters = gtk_file_chooser_list_filters(GTK_FILE_CHOOSER(W("GUIloadvolume")));
-    ASSERT_EQ(g_slist_length(filters), 3u);
-    const char* names[3] = {"Volume Data (*.dat)", "KVX/VOX Data (*.kvx, *.vox)", "All Files (*.*)"};
-    GtkFileFilter* f[3];
+    ASSERT_EQ(g_slist_length(filters), 4u);
+    const char* names[4] = {"Volume Data (*.dat)", "KVX/VOX Data (*.kvx, *.vox)",
+                            "Scans (DICOM *.dcm, NIfTI *.nii *.nii.gz, NRRD *.nrrd *.nhdr)",
+                            "All Files (*.*)"};
+    GtkFileFilter* f[4];
     int i = 0;
     for (GSList* l = filters; l; l = l->next, ++i) {
         f[i] = GTK_FILE_FILTER(l->data);
@@ -517,6 +519,11 @@ TEST_F(Panel, FileFiltersOfTheChooser)
     EXPECT_FALSE(accepts(f[1], "a.Kvx"));
     EXPECT_FALSE(accepts(f[1], "a.vOx"));
     EXPECT_FALSE(accepts(f[1], "a.dat"));
-    EXPECT_TRUE(accepts(f[2], "anything.at.all"));
-    EXPECT_FALSE(accepts(f[2], "no_dot"));
+    // The scans the importer reads.
+    for (const char* scan : {"IM0001.dcm", "brain.nii", "brain.nii.gz", "t1.hdr", "vol.nrrd", "vol.nhdr", "CT.IMA"})
+        EXPECT_TRUE(accepts(f[2], scan)) << scan;
+    EXPECT_FALSE(accepts(f[2], "head.dat"));
+    EXPECT_FALSE(accepts(f[2], "brain.nii.bak"));
+    EXPECT_TRUE(accepts(f[3], "anything.at.all"));
+    EXPECT_FALSE(accepts(f[3], "no_dot"));
 }

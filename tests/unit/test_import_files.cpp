@@ -10,6 +10,7 @@
 
 #include <nifti2_io.h>
 
+#include "app/app.h"
 #include "import_helpers.h"
 #include "transfer/transfer.h"
 
@@ -595,6 +596,8 @@ static std::string write_imported_dat(const ImportedVolume& v, const char* name)
     return write_dat(name, (int)v.size[0], (int)v.size[1], (int)v.size[2], v.samples);
 }
 
+// Through the load path: a scan and the .dat written from its import give the same grid,
+// histogram, gradients and panel entry.
 TEST(ImportLoad, TheGridIsTheOneItsDatGives)
 {
     start_fresh();
@@ -612,14 +615,18 @@ TEST(ImportLoad, TheGridIsTheOneItsDatGives)
     ASSERT_TRUE(ok);
     std::string dat = write_imported_dat(v, "load.dat");
 
-    captured_stdout([&] { ASSERT_TRUE(load_dat_volume(dat.c_str())); });
+    captured_stdout([&] { ASSERT_TRUE(load_volume_file(dat.c_str())); });
     std::vector<uint32_t> dat_grid(voxels, voxels + (size_t)vol_x * vol_y * vol_z);
     std::vector<uint32_t> dat_histo(histo, histo + 4096);
     std::string dat_dims = null_vol_dim;
     uint32_t dat_size[3] = {vol_x, vol_y, vol_z};
 
+    std::vector<GradientRecord> dat_gradients(gradients, gradients + (size_t)vol_x * vol_y * vol_z);
+    uint32_t dat_max_histo = max_histo;
+
     start_fresh();
-    captured_stdout([&] { ASSERT_TRUE(load_import_volume(path.c_str())); });
+    std::string log = captured_stdout([&] { ASSERT_TRUE(load_volume_file(path.c_str())); });
+    EXPECT_EQ(log.find("Orlen-data"), std::string::npos) << log;  // the .dat loader's line only
     EXPECT_EQ(vol_x, dat_size[0]);
     EXPECT_EQ(vol_y, dat_size[1]);
     EXPECT_EQ(vol_z, dat_size[2]);
@@ -627,9 +634,11 @@ TEST(ImportLoad, TheGridIsTheOneItsDatGives)
     EXPECT_TRUE(std::vector<uint32_t>(voxels, voxels + (size_t)vol_x * vol_y * vol_z) == dat_grid);
     EXPECT_TRUE(std::vector<uint32_t>(histo, histo + 4096) == dat_histo);
     EXPECT_EQ(histo[371], 1u);               // counted, though below the noise threshold
-    EXPECT_EQ(voxels[voxel_index(3, 2, 2)], 0u);  // and stored as 0
+    EXPECT_EQ(voxels[voxel_index(3, 2, 2)] & density_mask, 0u);  // and stored as 0
     EXPECT_EQ(std::string(null_vol_dim), dat_dims);
-    EXPECT_EQ(volume_loaded, 1);
+    EXPECT_EQ(max_histo, dat_max_histo);
+    EXPECT_EQ(memcmp(gradients, dat_gradients.data(), dat_gradients.size() * sizeof(GradientRecord)), 0);
+    EXPECT_EQ(std::string(last_volume_path), path);
     remove(path.c_str());
     remove(dat.c_str());
     reset_import_options();
@@ -641,7 +650,7 @@ TEST(ImportLoad, AFailedImportLeavesTheOldVolume)
     reset_import_options();
     auto samples = make_samples(5, 3, 7, [](int x, int y, int z) { return 600 + x + 10 * y + 100 * z; });
     std::string dat = write_dat("old.dat", 5, 3, 7, samples);
-    captured_stdout([&] { ASSERT_TRUE(load_dat_volume(dat.c_str())); });
+    captured_stdout([&] { ASSERT_TRUE(load_volume_file(dat.c_str())); });
     const uint32_t* old_voxels = voxels;
     std::vector<uint32_t> old_grid(voxels, voxels + (size_t)vol_x * vol_y * vol_z);
     std::vector<uint32_t> old_histo(histo, histo + 4096);
@@ -649,13 +658,14 @@ TEST(ImportLoad, AFailedImportLeavesTheOldVolume)
 
     std::string bad = temp_path("bad.nii");
     write_text(bad, "not a scan");
-    std::string log = captured_stdout([&] { EXPECT_FALSE(load_import_volume(bad.c_str())); });
+    std::string log = captured_stdout([&] { EXPECT_FALSE(load_volume_file(bad.c_str())); });
     EXPECT_TRUE(has_line(log, "can't read " + bad + ": not a NIfTI file that niftilib can read")) << log;
     EXPECT_EQ(voxels, old_voxels);
     EXPECT_EQ(vol_x, 9u);
     EXPECT_TRUE(std::vector<uint32_t>(voxels, voxels + (size_t)vol_x * vol_y * vol_z) == old_grid);
     EXPECT_TRUE(std::vector<uint32_t>(histo, histo + 4096) == old_histo);
     EXPECT_EQ(std::string(null_vol_dim), old_dims);
+    EXPECT_EQ(std::string(last_volume_path), dat);
     remove(bad.c_str());
     remove(dat.c_str());
 }

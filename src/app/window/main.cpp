@@ -1,17 +1,21 @@
 // main.cpp — start-up of the tavok program: defaults, banner, window, panel, cut shapes, view,
 // slices and camera, then the frame loop, which never returns.
 //
-// tavok [FILE]: a file named on the command line (after GTK has taken its own options) is
-// handed to the load path as the file chooser would hand it, so the first frames load it.
+// tavok [FILE] [import options]: a file named on the command line (after GTK has taken its own
+// options) is handed to the load path as the file chooser would hand it, so the first frames
+// load it; the importer's options (--raw, --window, --keep-grid, --max-size) hold for it and for
+// every file chosen later.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "core/core.h"
 #include "core/seam.h"
 #include "app/window/window.h"
 #include "panel/panel.h"
 #include "app/app.h"
+#include "import/import.h"
 
 static const char* program_name;
 
@@ -32,14 +36,28 @@ int main(int argc, char** argv)
     init_control_panel(&argc, &argv);
 
     if (argc > 1 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0))
-        clean_up_and_exit(0, "usage: %s [FILE]\n  FILE  a volume to load at start (.dat, .kvx, .vox)\n",
-                          program_name);
+        clean_up_and_exit(0, "usage: %s [FILE] [options]\n"
+                             "  FILE  a volume to load at start: .dat, .kvx, .vox, a DICOM series (its\n"
+                             "        folder or any of its files), NIfTI, NRRD, or raw with --raw\n%s",
+                          program_name, import_usage_text);
+
+    // The importer's options hold for the file named here and for every file chosen later.
+    const char* file = nullptr;
+    bool more_files = false;
+    for (int k = 1; k < argc; ++k) {
+        std::string error;
+        int used = parse_import_option(argc, argv, k, error);
+        if (used < 0) clean_up_and_exit(2, "%s: %s\n", program_name, error.c_str());
+        if (used > 0) k += used - 1;
+        else if (!file) file = argv[k];
+        else more_files = true;
+    }
 
     start_view();
 
-    if (argc > 1) {
-        if (argc > 2) printf("only the first file is loaded: %s\n", argv[1]);
-        pending_load_name = strdup(argv[1]);
+    if (file) {
+        if (more_files) printf("only the first file is loaded: %s\n", file);
+        pending_load_name = strdup(file);
         load_requested = 1;
     }
     frame_loop();
