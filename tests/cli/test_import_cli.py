@@ -309,14 +309,20 @@ def test_render_equal(tmp, opts):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--import", dest="tool", required=True)
+    parser.add_argument("--import", dest="tool")
     parser.add_argument("--render")
+    parser.add_argument("--write-series", help="only write the CT as a scanner's series into "
+                        "this folder (for bench-import) and stop")
     opts = parser.parse_args()
     if np is None:
         skip("numpy and pydicom are needed (scripts/deps installs them): " + missing)
     if not os.path.exists(CRANIUM):
         skip("the CT of invesalius-examples is not installed (scripts/deps installs it)")
     hu, spacing = read_cranium()
+    if opts.write_series:
+        write_series(opts.write_series, hu, spacing, "scanner")
+        print("wrote the CT series to " + opts.write_series)
+        return
     check(hu.shape == (108, 256, 256) and spacing[2] == 1.5, "the CT is 256 x 256 x 108 at 1.5 mm slices")
     with tempfile.TemporaryDirectory(prefix="tavok-import-test-") as tmp:
         test_layouts(tmp, hu, spacing, opts)

@@ -9,6 +9,7 @@ python3-pydicom (copied into a temporary folder); skipped, saying so, where they
 import os
 import shutil
 import tempfile
+import time
 
 from guitest import Tavok, check, finish, options
 
@@ -18,11 +19,17 @@ HEAD = "/usr/share/mricron/templates/ch2.nii.gz"
 CT = "/usr/lib/python3/dist-packages/pydicom/data/test_files/CT_small.dcm"
 
 
-def image_lit(t):
-    """How many pixels of the image area (above the editor strip) are not black."""
-    shot = t.settled_screenshot()
-    h = shot.height * 4 // 5
-    return sum(1 for y in range(0, h, 4) for x in range(0, shot.width, 4) if shot.at(x, y) & 0xffffff)
+def image_lit(t, timeout=30):
+    """How many pixels of the image area (above the editor strip) are not black, once the
+    picture shows anything at all: the log line comes before gradients and brick map, which
+    take a while on a slow machine."""
+    end = time.time() + timeout
+    while True:
+        shot = t.settled_screenshot()
+        h = shot.height * 4 // 5
+        lit = sum(1 for y in range(0, h, 4) for x in range(0, shot.width, 4) if shot.at(x, y) & 0xffffff)
+        if lit or time.time() > end:
+            return lit
 
 
 if os.path.exists(HEAD):
