@@ -194,13 +194,19 @@ bool is_import_path(const char* path)
 // ---------------------------------------------------------------------------------------------
 // The grid's sizes.
 
-// The largest grid the program takes: the voxel index and a side a .dat header can hold.
+// The load's memory budget, 0 for none (tavok-import).
+static uint64_t grid_budget = 0;
+
+// The largest grid the program takes: the voxel index, a side a .dat header can hold, and the
+// memory budget of the grid with its gradients.
 static bool grid_fits(const double n[3])
 {
     double longest = std::max({n[0], n[1], n[2]});
     if (import_options.max_size && longest > import_options.max_size) return false;
     if (longest > 65535.0) return false;
-    return (n[0] + 4) * (n[1] + 4) * (n[2] + 4) <= (double)max_grid_words;
+    double words = (n[0] + 4) * (n[1] + 4) * (n[2] + 4);
+    if (grid_budget && words * (4 + sizeof(GradientRecord)) > (double)grid_budget) return false;
+    return words <= (double)max_grid_words;
 }
 
 // How a grid of n voxels of s millimetres becomes the program's: first boxes of box[a] voxels
@@ -393,8 +399,9 @@ static bool read_in_child(bool (*reader)(const char*, SourceVolume&), const char
 
 static const char* const axis_names = "ijk";
 
-bool import_volume(const char* path, ImportedVolume& out)
+bool import_volume(const char* path, ImportedVolume& out, uint64_t memory_budget)
 {
+    grid_budget = memory_budget;
     struct stat st;
     if (stat(path, &st) != 0) {
         printf("can't open file %s\n", path);

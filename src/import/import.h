@@ -60,7 +60,9 @@ bool is_import_path(const char* path);
 // Reads, maps, turns and resamples the file into out. On failure prints one message naming the
 // file and what is wrong and returns false; nothing else changes. The load path builds the grid
 // from out with replace_grid and store_samples, as the .dat loader does.
-bool import_volume(const char* path, ImportedVolume& out);
+// memory_budget, when not 0, is the most bytes the grid may take with its gradients (20 a
+// voxel, margin included): a larger grid is reduced like one beyond --max-size.
+bool import_volume(const char* path, ImportedVolume& out, uint64_t memory_budget = 0);
 
 // Called with the fraction done, 0..1, while slices are read and the grid is resampled; null
 // by default. tavok-import draws a bar on the terminal with it; tavok shows GUIprogressBar.

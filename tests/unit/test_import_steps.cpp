@@ -254,6 +254,22 @@ TEST(ImportGrid, AGridBeyondTheVoxelIndexIsReduced)
     reset_import_options();
 }
 
+TEST(ImportGrid, AGridBeyondTheMemoryBudgetIsReduced)
+{
+    reset_import_options();
+    std::vector<uint8_t> v(8 * 8 * 8, 100);
+    std::string path = nrrd_with_spacing("budget.nrrd", 8, 8, 8, "1 1 1", v);
+    ImportedVolume out;
+    // 12^3 words of 20 bytes with their gradients: 34560 bytes. Within 20000 only the half
+    // fits: 8^3 * 20 = 10240.
+    std::string log = captured_stdout([&] { ASSERT_TRUE(import_volume(path.c_str(), out, 20000)); });
+    EXPECT_TRUE(has_line(log, "reduced 8 x 8 x 8 to 4 x 4 x 4 by averaging boxes of 2 x 2 x 2 voxels (the largest grid the program takes)")) << log;
+    EXPECT_EQ(out.size[0], 4u);
+    log = captured_stdout([&] { ASSERT_TRUE(import_volume(path.c_str(), out, 34560)); });
+    EXPECT_EQ(out.size[0], 8u);
+    remove(path.c_str());
+}
+
 TEST(ImportOptions, ParsedWithTheirErrors)
 {
     reset_import_options();
