@@ -27,7 +27,13 @@ SDL_Cursor* make_cursor(const char* const* image)
 
 void init_display(int width, int height, int depth, int fullscreen)
 {
-    if (SDL_Init(SDL_INIT_VIDEO) < 0) clean_up_and_exit(1, "Couldn't initialize SDL: %s\n", SDL_GetError());
+    if (SDL_Init(SDL_INIT_VIDEO) < 0) {
+        // Almost always no X display (main asks SDL for X11 only): say so in the same line.
+        const char* display = getenv("DISPLAY");
+        clean_up_and_exit(1, "Couldn't initialize SDL: %s: tavok needs an X display (DISPLAY %s%s); "
+                          "tavok-render renders a volume to a PNG without one\n", SDL_GetError(),
+                          display ? "is " : "is not set", display ? display : "");
+    }
     screen = SDL_SetVideoMode(width, height, depth, SDL_RESIZABLE);
     if (!screen)
         clean_up_and_exit(1, "Couldn't set %dx%dx%d video mode: %s\n", width, height, depth,
