@@ -86,6 +86,9 @@ static const char usage_text[] =
     "  --bench N                render N times after a warm-up and print timings\n"
     "  -o, --output OUT.png     the image to write\n"
     "  -h, --help               this text\n"
+    "On any error it prints one line on standard error, exits with status 2 and writes no\n"
+    "file: a bad option, or a volume it can't load (missing, not a regular file, too short,\n"
+    "a size of 0, too large, or a sample above 4095, which the window treats as fatal).\n"
     "A scan (a DICOM series, by its folder or any of its files, NIfTI, NRRD or raw samples) is\n"
     "read as tavok reads it, with the same options:\n";
 
@@ -709,6 +712,16 @@ static void print_bench_line(const char* pass, std::vector<double> ms, double ra
            ms[n - 1], median > 0.0 ? rays / (median * 0.001) : 0.0);
 }
 
+// The library's fatal path ends the process with the window's status, 0 for a sample above
+// 4095 ("error in file ..." on standard error). For a batch tool a volume it can't load is an
+// error like any other: an exit while the volume loads leaves with status 2 instead (the
+// message is out already; stdout was flushed by the fatal path).
+static bool loading_volume = false;
+static void exit_while_loading()
+{
+    if (loading_volume) _exit(2);
+}
+
 int main(int argc, char** argv)
 {
     setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -717,7 +730,11 @@ int main(int argc, char** argv)
 
     // The window's start-up, without the window: a 512 x 512 window's image, then the job's.
     start_library(512, 512);
-    if (!load_volume_file(job.volume)) fail("can't load %s", job.volume);
+    atexit(exit_while_loading);
+    loading_volume = true;
+    // A refused file: the loader's reason, which its log line also gave, on standard error.
+    if (!load_volume_file(job.volume)) fail("%s", load_refusal);
+    loading_volume = false;
     apply_job(job);
     offscreen_render = 1;
 

@@ -206,6 +206,64 @@ void apply_keys(const KeyStates& k)
     if (k.quit) clean_up_and_exit(0, "<ESC> or <q> pressed. clean up!\n");
 }
 
+// ---------------------------------------------------------------------------------------------
+// The key throttle (see controls.h).
+
+// The rows of the key table in its order; the last two fields of KeyStates are the shifts.
+static constexpr bool KeyStates::*key_rows[16] = {
+    &KeyStates::print,      &KeyStates::forward,     &KeyStates::back,  &KeyStates::left,
+    &KeyStates::right,      &KeyStates::down,        &KeyStates::up,    &KeyStates::more_steps,
+    &KeyStates::fewer_steps, &KeyStates::finer,      &KeyStates::coarser, &KeyStates::page_up,
+    &KeyStates::page_down,  &KeyStates::end,         &KeyStates::home,  &KeyStates::quit,
+};
+static constexpr int row_print = 0, row_quit = 15;
+
+unsigned key_down_since[16];
+unsigned key_steps_taken[16];
+bool key_was_down[16];
+static bool held_in_last_sample = false;
+
+bool input_held() { return held_in_last_sample; }
+
+// How many times row r acts in this sample.
+static int due_steps(int r, bool held, bool pressed, unsigned now)
+{
+    const bool fresh = pressed || (held && !key_was_down[r]);
+    key_was_down[r] = held;
+    if (fresh) {
+        key_down_since[r] = now;
+        key_steps_taken[r] = 1;
+        return 1;
+    }
+    if (!held || r == row_print) return 0;
+    if (r == row_quit) return 1;
+    // Steps due since the press: one at the press, one more every key_step_ms.
+    const unsigned due = (now - key_down_since[r]) / key_step_ms + 1;
+    unsigned steps = due - key_steps_taken[r];
+    key_steps_taken[r] = due;
+    return steps > (unsigned)key_steps_at_once ? key_steps_at_once : (int)steps;
+}
+
+void apply_keys_throttled(const KeyStates& held, const KeyStates& pressed, unsigned now)
+{
+    int steps[16], most = 0;
+    for (int r = 0; r < 16; ++r) {
+        steps[r] = due_steps(r, held.*key_rows[r], pressed.*key_rows[r], now);
+        if (steps[r] > most) most = steps[r];
+    }
+    // Round by round, so that each round keeps the table's order among the rows.
+    for (int round = 0; round < most; ++round) {
+        KeyStates step = {};
+        step.left_shift = held.left_shift;
+        step.right_shift = held.right_shift;
+        for (int r = 0; r < 16; ++r) step.*key_rows[r] = steps[r] > round;
+        apply_keys(step);
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Mouse.
+
 // Where a held button's press began: the position at the press decides, and a drag that
 // crosses the border stays with its side until the release.
 static void latch(int& on_image, int& on_editor)
@@ -290,7 +348,10 @@ PointerCapture apply_input(const InputSample& s)
         tex_scroll_x -= s.dx >> 1;  // arithmetic shift: rounds toward minus infinity
     }
 
-    apply_keys(s.keys);
+    bool any_key = false;
+    for (int r = 0; r < 16; ++r) any_key = any_key || s.keys.*key_rows[r];
+    held_in_last_sample = s.left || s.middle || s.right || any_key;
+    apply_keys_throttled(s.keys, s.pressed, now);
     return result;
 }
 

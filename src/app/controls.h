@@ -37,8 +37,32 @@ struct InputSample {
     int dx, dy;                 // relative mouse motion since the last sample
     bool left, middle, right;   // buttons held
     int x, y;                   // pointer position in the window
-    KeyStates keys;
+    KeyStates keys;             // keys held
+    KeyStates pressed;          // keys that went down since the last sample, even if already up
 };
+
+// The key throttle. The key table's rows act when their key goes down, not on every call:
+// input_pump runs once a frame and on every polled line of a final pass, and a frame takes a
+// few milliseconds, so a row that acted on every call would fly the camera hundreds of voxels
+// on a tap. A row that steps (every row but p and Escape/q) acts at once when its key goes
+// down, and then once for every further key_step_ms of wall time that the key stays down,
+// counted from the press: a tap is one step (15 voxels, 28, 5), a key held for a second is 25
+// or 26 steps whatever the frame time. A slow sample takes the steps that fell due since the
+// last one, at most key_steps_at_once of them, so a long pause (a load, a slow pass) never
+// turns into a jump. p prints once per press; Escape or q quits as soon as it is down.
+// Shift only sets the speed and is read as it is.
+constexpr unsigned key_step_ms = 40;
+constexpr int key_steps_at_once = 5;
+
+// When the key of each row went down, and how many steps it took since; reset by the row's
+// next press. Written only by apply_input.
+extern unsigned key_down_since[16];
+extern unsigned key_steps_taken[16];
+extern bool key_was_down[16];
+
+// True while the last sample held a button or a key of the table: the frame loop keeps
+// running frames for it (a held key steps with time, a held button acts on every frame).
+bool input_held();
 
 // What the window has to do with the pointer after a sample.
 enum class PointerCapture { none, capture, release };
@@ -64,6 +88,10 @@ void step_slice(int direction);
 
 // Move speed of the keys: 15, 28 with left Shift, 5 with right Shift (which wins).
 float move_speed(const KeyStates& k);
-// The key table, every row tested in order while its key is down.
+// One step of the key table: every row whose key is set acts once, in the table's order.
+// apply_input calls it through the throttle; tests call it to step rows by hand.
 void apply_keys(const KeyStates& k);
+// The throttle: the rows of held (and just pressed) keys that are due at now act, each as many
+// times as its steps fell due, through apply_keys.
+void apply_keys_throttled(const KeyStates& held, const KeyStates& pressed, unsigned now);
 

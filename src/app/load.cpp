@@ -5,8 +5,12 @@
 //
 // Called by the frame loop when the chooser asked for a load (and by tavok-render, the tests
 // and the benchmarks with a path). A loader either refuses a file before it touches anything
-// (false: the old volume, its tables and last_volume_path stay as they were) or leaves a
-// complete new grid with its histogram and lookup tables.
+// (false: the old volume, its tables and last_volume_path stay as they were, the reason shows
+// in the panel and the chooser goes back to the file on screen) or leaves a complete new grid
+// with its histogram and lookup tables. Anything but a regular file (or a folder, which the
+// importer reads as a DICOM series) is refused before a loader opens it.
+#include <sys/stat.h>
+
 #include <cassert>
 #include <cmath>
 #include <cstdio>
@@ -57,6 +61,19 @@ static bool (*choose_loader(const char* path))(const char*)
     return load_dat_volume;
 }
 
+// Only a regular file is read: opening a named pipe would wait for a writer forever, and a
+// device or a socket is no volume either. A name that doesn't exist goes on to the loader,
+// which says it can't open it.
+static bool refuse_unreadable_kind(const char* path)
+{
+    struct stat st;
+    if (stat(path, &st) != 0 || S_ISREG(st.st_mode)) return false;
+    if (S_ISDIR(st.st_mode) && is_import_path(path)) return false;
+    if (S_ISDIR(st.st_mode)) refuse_volume("can't read %s: it is a folder", path);
+    else refuse_volume("can't read %s: it is not a regular file", path);
+    return true;
+}
+
 bool load_volume_file(const char* path)
 {
     char previous_path[sizeof last_volume_path];
@@ -65,14 +82,23 @@ bool load_volume_file(const char* path)
     printf("%s\n", path);
     flip_display();
 
-    bool (*loader)(const char*) = choose_loader(path);
-    // The worker reads and writes the grid: it ends before a loader may replace it.
-    stop_shadow_thread();
-    if (!loader(path)) {
-        // The file was refused before the old volume was touched: keep everything as it was.
+    load_refusal[0] = 0;
+    bool refused = refuse_unreadable_kind(path);
+    if (!refused) {
+        bool (*loader)(const char*) = choose_loader(path);
+        // The worker reads and writes the grid: it ends before a loader may replace it.
+        stop_shadow_thread();
+        refused = !loader(path);
+    }
+    if (refused) {
+        // The file was refused before the old volume was touched: keep everything as it was,
+        // and say why where the user looks, under the volume's sizes in the panel.
         memcpy(last_volume_path, previous_path, sizeof previous_path);
+        if (!load_refusal[0]) snprintf(load_refusal, sizeof load_refusal, "can't load %s", path);
+        show_load_message(load_refusal);
         return false;
     }
+    show_load_message("");
 
     // The new grid stands, with its sizes, histogram and tables.
     volume_loaded = 1;
@@ -112,7 +138,8 @@ void serve_load_request()
     char* name = take_chooser_filename();
     if (!name) set_chooser_filename(last_volume_path);
     else {
-        load_volume_file(name);
+        // After a refused file the chooser goes back to the file that is really shown.
+        if (!load_volume_file(name)) set_chooser_filename(last_volume_path);
         free(name);
     }
     load_requested = 0;

@@ -22,6 +22,10 @@ void delay_ms(unsigned ms);
 void flip_display();
 // The SDL part of the exit: default cursor back, both cursors freed, SDL_Quit.
 void close_display();
+// A dialog is opening over the windows: the image window gives back the pointer grab and the
+// hidden cursor, and forgets the buttons held in it (their release will go to the dialog).
+// The panel calls it for every dialog it maps.
+void release_pointer();
 
 // Widgets by their registered name. Progress bars take a fraction; entries a text, with
 // max_length > 0 also setting the entry's maximum length first; ranges and spin buttons a
@@ -36,9 +40,12 @@ void set_spin_range(const char* name, double lo, double hi);
 void set_notebook_page(const char* name, int page);
 
 // The file chooser GUIloadvolume: its file name (malloc'ed, the caller frees it) or null,
-// and setting its file name.
+// and setting its file name (an empty name leaves it with none).
 char* take_chooser_filename();
 void set_chooser_filename(const char* path);
+// The line under the volume's sizes in the panel: why the latest file was refused, in the
+// words of the log line; an empty text takes the line away.
+void show_load_message(const char* text);
 
 // The colour dialog of the editor strip: creates it, starts it at this colour and shows it,
 // setting color_dialog_open. Returns 0 when the colour can't be allocated ("GTK+ color alloc

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "core/core.h"
+#include "core/seam.h"
 #include "panel/panel.h"
 #include "transfer/transfer.h"
 
@@ -572,6 +573,17 @@ GtkWidget* build_control_panel()
     GtkWidget* blur = row(r);
     button(blur, "GUIsmoothData", "Blur Data");
     progress(blur, "GUIprogressBarSmoothenData");
+    // Our own line under the volume's sizes: why the latest file was refused, in the words of
+    // its log line, in dark red; hidden while there is nothing to say (show_load_message).
+    GtkWidget* message = put(main_column, reg(gtk_label_new(""), "GUIloadMessage"));
+    gtk_misc_set_alignment(GTK_MISC(message), 0.0f, 0.5f);
+    gtk_misc_set_padding(GTK_MISC(message), 4, 2);
+    gtk_label_set_line_wrap(GTK_LABEL(message), TRUE);
+    gtk_label_set_line_wrap_mode(GTK_LABEL(message), PANGO_WRAP_WORD_CHAR);
+    gtk_widget_set_size_request(message, 480, -1);
+    GdkColor dark_red = {0, 0xaaaa, 0, 0};
+    gtk_widget_modify_fg(message, GTK_STATE_NORMAL, &dark_red);
+    gtk_widget_hide(message);
 
     r = row(main_column);
     button(r, "GUIstandardScreenshot", "Take Screenshot");
@@ -601,6 +613,19 @@ static gboolean on_window_destroy(GtkWidget*, gpointer)
     gui_destroyed = 1;
     g_print("delete event occured\n");
     return TRUE;
+}
+
+// Every dialog that GTK maps (the colour dialog of the strip, the chooser's and the colour
+// buttons' dialogs, the save dialogs) first takes the pointer back from the image window: a
+// grab or a hidden cursor left there would lock the user out of the dialog. Popups (menus,
+// tooltips) are no dialogs and pass.
+static gboolean on_any_window_map(GSignalInvocationHint*, guint, const GValue* params, gpointer)
+{
+    GObject* object = (GObject*)g_value_get_object(&params[0]);
+    if (GTK_IS_WINDOW(object) && (GtkWidget*)object != gui_window &&
+        gtk_window_get_window_type(GTK_WINDOW(object)) == GTK_WINDOW_TOPLEVEL)
+        release_pointer();
+    return TRUE;  // stay hooked
 }
 
 // Shows a packed colour in a colour button the way the panel does at its start; 0 when the
@@ -638,6 +663,8 @@ void init_control_panel(int* argc, char*** argv)
 
     gtk_set_locale();
     gtk_init(argc, argv);
+    g_signal_add_emission_hook(g_signal_lookup("map", GTK_TYPE_WIDGET), 0, on_any_window_map,
+                               nullptr, nullptr);
 
     gui_window = build_control_panel();
     gtk_widget_show(gui_window);

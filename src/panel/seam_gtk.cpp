@@ -99,5 +99,24 @@ char* take_chooser_filename()
 void set_chooser_filename(const char* path)
 {
     GtkWidget* w = find("GUIloadvolume");
-    if (w && path[0]) show_in_chooser(w, path);
+    if (!w) return;
+    if (path[0]) {
+        show_in_chooser(w, path);
+        return;
+    }
+    // No file on screen: the chooser shows none either. It reports that back too.
+    free(chooser_echo);
+    chooser_echo = strdup("");
+    chooser_echo_time = g_get_monotonic_time();
+    gtk_file_chooser_unselect_all(GTK_FILE_CHOOSER(w));
+}
+
+void show_load_message(const char* text)
+{
+    GtkWidget* w = find("GUIloadMessage");
+    if (!w) return;
+    gtk_label_set_text(GTK_LABEL(w), text);
+    gtk_widget_set_tooltip_text(w, text[0] ? text : nullptr);
+    if (text[0]) gtk_widget_show(w);
+    else gtk_widget_hide(w);
 }

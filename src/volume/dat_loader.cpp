@@ -2,9 +2,10 @@
 // then X * Y * Z little-endian 16-bit samples, x fastest, then y, then z.
 //
 // The file is checked before anything of the old volume is touched: a file that can't be
-// opened, one shorter than its header says and one whose grid would not fit the 32-bit voxel
-// index or the memory budget are refused with a message, and the old volume, its tables and
-// the panel's size entry stay as they were. A sample above 4095, and failed allocations, are fatal.
+// opened, one with a size of 0, one shorter than its header says and one whose grid would not
+// fit the 32-bit voxel index or the memory budget are refused with a message (refuse_volume),
+// and the old volume, its tables and the panel's size entry stay as they were. A sample above
+// 4095, and failed allocations, are fatal.
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
@@ -60,50 +61,49 @@ bool store_samples(const uint16_t* samples)
 bool load_dat_volume(const char* path)
 {
     FILE* file = fopen(path, "rb");
-    if (!file) {
-        printf("can't open file %s\n", path);
-        return false;
-    }
+    if (!file) return refuse_volume("can't open file %s", path);
     uint8_t header[6];
     fseek(file, 0, SEEK_END);
     long file_size = ftell(file);
     fseek(file, 0, SEEK_SET);
     if (file_size < 6 || fread(header, 1, 6, file) != 6) {
-        printf("file %s is too short: it has %ld bytes, the header needs 6\n", path,
-               file_size < 0 ? 0L : file_size);
         fclose(file);
-        return false;
+        return refuse_volume("file %s is too short: it has %ld bytes, the header needs 6", path,
+                             file_size < 0 ? 0L : file_size);
     }
     uint32_t fx = header[0] | header[1] << 8;
     uint32_t fy = header[2] | header[3] << 8;
     uint32_t fz = header[4] | header[5] << 8;
     printf("Orlen-data x=%d, y=%d, z=%d\n", fx, fy, fz);
 
+    // A size of 0 gives a grid of margin only, with nothing in it to show.
+    if (fx == 0 || fy == 0 || fz == 0) {
+        fclose(file);
+        return refuse_volume("file %s holds no samples: its size is %d x %d x %d", path, fx, fy, fz);
+    }
     long long samples = (long long)fx * fy * fz;
     long long needed = 6 + 2 * samples;
     if (file_size < needed) {
-        printf("file %s is too short: %d x %d x %d needs %lld bytes, it has %ld\n", path, fx, fy,
-               fz, needed, file_size);
         fclose(file);
-        return false;
+        return refuse_volume("file %s is too short: %d x %d x %d needs %lld bytes, it has %ld", path,
+                             fx, fy, fz, needed, file_size);
     }
     long long words = (long long)(fx + 4) * (fy + 4) * (fz + 4);
     if (words > max_grid_words) {
-        printf("file %s is too large: %d x %d x %d gives a grid of %lld voxels, at most %lld fit\n",
-               path, fx, fy, fz, words, max_grid_words);
         fclose(file);
-        return false;
+        return refuse_volume("file %s is too large: %d x %d x %d gives a grid of %lld voxels, at most "
+                             "%lld fit", path, fx, fy, fz, words, max_grid_words);
     }
 
-    // A size of 0 makes a grid of margin only, with no samples to pay for it in the file: a
-    // header of six bytes could ask for gigabytes.
+    // A grid the machine can't hold with its gradients would end in the fatal path after the
+    // old volume is gone (a sparse file can pass the length check at no cost).
     uint64_t memory = (uint64_t)words * (4 + sizeof(GradientRecord));
     if (memory > volume_memory_budget()) {
-        printf("file %s is too large: %d x %d x %d gives a grid of %lld voxels, which needs %llu MB "
-               "with its gradients, at most %llu MB fit\n", path, fx, fy, fz, words,
-               (unsigned long long)(memory >> 20), (unsigned long long)(volume_memory_budget() >> 20));
         fclose(file);
-        return false;
+        return refuse_volume("file %s is too large: %d x %d x %d gives a grid of %lld voxels, which "
+                             "needs %llu MB with its gradients, at most %llu MB fit", path, fx, fy, fz,
+                             words, (unsigned long long)(memory >> 20),
+                             (unsigned long long)(volume_memory_budget() >> 20));
     }
 
     replace_grid(fx, fy, fz);

@@ -1,7 +1,11 @@
 // grid.cpp — the globals of the volume room: the grid, its histogram, the derived gradients
-// and brick map, and the occlusion progress. Written by the loaders, blur, cut and the
-// occlusion worker; read by every pass.
+// and brick map, the occlusion progress, the memory budget of a load and the reason of the
+// latest refused file. Written by the loaders, blur, cut and the occlusion worker; read by
+// every pass.
 #include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
 
 #include "volume/volume.h"
 
@@ -20,6 +24,18 @@ uint64_t volume_memory_budget()
     if (volume_memory_limit) return volume_memory_limit;
     long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGESIZE);
     return pages > 0 && page > 0 ? (uint64_t)pages * (uint64_t)page : UINT64_MAX;
+}
+
+char load_refusal[8192];
+
+bool refuse_volume(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    vsnprintf(load_refusal, sizeof load_refusal, format, args);
+    va_end(args);
+    printf("%s\n", load_refusal);
+    return false;
 }
 
 void compute_max_histo()

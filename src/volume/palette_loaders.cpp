@@ -52,7 +52,7 @@ static FILE* open_measured(const char* path, long* size)
     FILE* file = fopen(path, "rb");
     if (!file || fseek(file, 0, SEEK_END) != 0 || (*size = ftell(file)) < 0) {
         if (file) fclose(file);
-        printf("can't open file %s\n", path);
+        refuse_volume("can't open file %s", path);
         return nullptr;
     }
     return file;
@@ -67,12 +67,12 @@ static bool read_at(FILE* file, long offset, void* into, size_t bytes)
 static bool read_palette(FILE* file, long size, const char* kind, const char* path)
 {
     if (!read_at(file, size - 768, import_palette, 768)) {
-        printf("%s file %s: its palette can't be read\n", kind, path);
+        refuse_volume("%s file %s: its palette can't be read", kind, path);
         return false;
     }
     for (int i = 0; i < 768; ++i)
         if (import_palette[i] > 63) {
-            printf("%s file %s: palette entry %d has the value %d, a palette value is 0 to 63\n",
+            refuse_volume("%s file %s: palette entry %d has the value %d, a palette value is 0 to 63",
                    kind, path, i / 3, import_palette[i]);
             return false;
         }
@@ -82,7 +82,8 @@ static bool read_palette(FILE* file, long size, const char* kind, const char* pa
 static bool sizes_fit(long long x, long long y, long long z, const char* kind, const char* path)
 {
     if (x >= 1 && x <= 256 && y >= 1 && y <= 256 && z >= 1 && z <= 256) return true;
-    printf("%s file %s has the sizes %lld x %lld x %lld: each must be 1 to 256\n", kind, path, x, y, z);
+    refuse_volume("%s file %s has the sizes %lld x %lld x %lld: each must be 1 to 256", kind, path,
+                  x, y, z);
     return false;
 }
 
@@ -164,18 +165,19 @@ static bool check_kvx_columns(const KvxLevel& k, const char* path)
         for (uint32_t y = 0; y < k.ysiz; ++y) {
             long long a = kvx_column_at(k, x, y), b = kvx_column_at(k, x, y + 1);
             if (a < k.tables_end || b < a || b > k.numbytes) {
-                printf("kvx file %s: column %d,%d runs from byte %lld to %lld, outside the slabs "
-                       "at %lld to %d\n", path, x, y, a, b, k.tables_end, k.numbytes);
+                refuse_volume("kvx file %s: column %d,%d runs from byte %lld to %lld, outside the slabs "
+                       "at %lld to %d", path, x, y, a, b, k.tables_end, k.numbytes);
                 return false;
             }
             for (long long at = a; at < b;) {
                 if (at + 3 > b || at + 3 + k.bytes[at + 1] > b) {
-                    printf("kvx file %s: a slab of column %d,%d runs past the column's end\n", path, x, y);
+                    refuse_volume("kvx file %s: a slab of column %d,%d runs past the column's end",
+                                  path, x, y);
                     return false;
                 }
                 uint32_t ztop = k.bytes[at], zleng = k.bytes[at + 1];
                 if (ztop + zleng > k.zsiz) {
-                    printf("kvx file %s: a slab of column %d,%d reaches z = %d, the model is %d high\n",
+                    refuse_volume("kvx file %s: a slab of column %d,%d reaches z = %d, the model is %d high",
                            path, x, y, ztop + zleng, k.zsiz);
                     return false;
                 }
@@ -227,7 +229,7 @@ bool load_kvx_volume(const char* path)
     // The level's header and tables, at least, and the palette must fit the file.
     uint8_t head[4];
     if (size < 4 + 24 + 768 || !read_at(file, 0, head, 4)) {
-        printf("kvx file %s is too short: it has %ld bytes, a header and a palette need %d\n", path,
+        refuse_volume("kvx file %s is too short: it has %ld bytes, a header and a palette need %d", path,
                size, 4 + 24 + 768);
         fclose(file);
         return false;
@@ -235,14 +237,14 @@ bool load_kvx_volume(const char* path)
     KvxLevel k = {};
     k.numbytes = le32(head);
     if (k.numbytes < 24 || 4 + (long long)k.numbytes > size - 768) {
-        printf("kvx file %s: numbytes %d does not fit: the file has %ld bytes for the first level "
-               "and the palette\n", path, k.numbytes, size);
+        refuse_volume("kvx file %s: numbytes %d does not fit: the file has %ld bytes for the first level "
+               "and the palette", path, k.numbytes, size);
         fclose(file);
         return false;
     }
     std::vector<uint8_t> level((size_t)k.numbytes);
     if (!read_at(file, 4, level.data(), level.size())) {
-        printf("kvx file %s: its first level can't be read\n", path);
+        refuse_volume("kvx file %s: its first level can't be read", path);
         fclose(file);
         return false;
     }
@@ -256,7 +258,7 @@ bool load_kvx_volume(const char* path)
     k.xsiz = (uint32_t)xsiz, k.ysiz = (uint32_t)ysiz, k.zsiz = (uint32_t)zsiz;
     k.tables_end = kvx_xoffset_at + 4 * ((long long)xsiz + 1) + 2 * (long long)xsiz * (ysiz + 1);
     if (k.tables_end > k.numbytes) {
-        printf("kvx file %s: the offsets of %d x %d columns need %lld bytes, numbytes is %d\n", path,
+        refuse_volume("kvx file %s: the offsets of %d x %d columns need %lld bytes, numbytes is %d", path,
                xsiz, ysiz, k.tables_end, k.numbytes);
         return false;
     }
@@ -286,7 +288,7 @@ bool load_vox_volume(const char* path)
 
     uint8_t head[12];
     if (size < 12 + 768 || !read_at(file, 0, head, 12)) {
-        printf("vox file %s is too short: it has %ld bytes, a header and a palette need %d\n", path,
+        refuse_volume("vox file %s is too short: it has %ld bytes, a header and a palette need %d", path,
                size, 12 + 768);
         fclose(file);
         return false;
@@ -299,8 +301,8 @@ bool load_vox_volume(const char* path)
     }
     long long needed = 12 + sx * sy * sz + 768;
     if (size < needed) {
-        printf("vox file %s is too short: %lld x %lld x %lld voxels and the palette need %lld bytes, "
-               "it has %ld\n", path, sx, sy, sz, needed, size);
+        refuse_volume("vox file %s is too short: %lld x %lld x %lld voxels and the palette need %lld bytes, "
+               "it has %ld", path, sx, sy, sz, needed, size);
         fclose(file);
         return false;
     }
@@ -310,7 +312,7 @@ bool load_vox_volume(const char* path)
         for (uint32_t y = 0; read_ok && y < sy; ++y)
             read_ok = fread(import_cube + cube_at(x, y, 0), 1, (size_t)sz, file) == (size_t)sz;
     if (!read_ok) {
-        printf("vox file %s: its voxels can't be read\n", path);
+        refuse_volume("vox file %s: its voxels can't be read", path);
         fclose(file);
         return false;
     }

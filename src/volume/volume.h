@@ -43,11 +43,19 @@ void compute_max_histo();
 extern uint64_t volume_memory_limit;
 uint64_t volume_memory_budget();
 
+// Why the latest file was refused: the message its loader printed, without the newline; empty
+// when no file was refused since the last good load. Written by refuse_volume and cleared by
+// the load path; read by the load path (for the panel) and tavok-render (for standard error).
+extern char load_refusal[8192];
+// A loader's refusal: prints the message as a log line on standard output, keeps it in
+// load_refusal and returns false, for the loader to return.
+bool refuse_volume(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 // Loads a .dat file: three 16-bit sizes, then 16-bit samples with x fastest. Samples below
-// 500 are stored as 0; a sample above 4095 ends the program. A file that can't be opened, is
-// shorter than its header says or whose grid is too large is refused before anything is
-// freed: a message, false, and the old volume stays. True: the new grid, its sizes (margin
-// included), histo and the grey lookup tables stand; the load path does the rest.
+// 500 are stored as 0; a sample above 4095 ends the program. A file that can't be opened, has
+// a size of 0, is shorter than its header says or whose grid is too large is refused before
+// anything is freed: a message, false, and the old volume stays. True: the new grid, its sizes
+// (margin included), histo and the grey lookup tables stand; the load path does the rest.
 bool load_dat_volume(const char* path);
 
 // Load the palette voxel formats, KVX and VOX, at most 256 voxels along an axis, with no

@@ -367,8 +367,10 @@ def test_errors(volume, modes):
                 ([volume, "--forward", "0,0,0"], "too short", "zero forward"),
                 ([volume, "--eye", "5,5,5", "--look-at", "5,5,5"], "is the eye position", "look-at the eye"),
                 ([volume, "--forward", "0,0,1", "--up", "0,0,2"], "parallel", "up along forward"),
-                ([short], "can't load", "a file the loader refuses")]:
+                ([short], "tavok-render: file %s is too short: 9 x 9 x 9 needs 1464 bytes, it has 26" % short,
+                 "a file the loader refuses")]:
             expect_error(args + m, message, what)
+        test_refused_volumes(m)
     # Output problems: a missing folder, a folder, the volume itself; and -o missing.
     expect_error([volume, "-o", os.path.join(TMP, "no", "such", "x.png")], "does not exist", "output folder missing")
     expect_error([volume, "-o", TMP], "it is a folder", "output is a folder")
@@ -436,10 +438,11 @@ def test_cuts(modes):
 def test_palette_files(modes):
     """The KVX and VOX files of one model render the same picture from each of the six sides:
     the KVX file stores the surface only, but a first hit sees nothing else. A file the KVX
-    loader refuses ends tavok-render with 'can't load' and no image."""
+    loader refuses ends tavok-render with the loader's reason and no image."""
     bad = os.path.join(TMP, "zero.kvx")
     open(bad, "wb").write(b"\0" * 796)  # numbytes 0: no room for a header
-    expect_error([bad, "--mode", modes[0]], "can't load", "a KVX file the loader refuses")
+    expect_error([bad, "--mode", modes[0]], "tavok-render: kvx file %s: numbytes 0 does not fit" % bad,
+                 "a KVX file the loader refuses")
     kvx, vox = shared_data("kvx/vengi-slab6_vox_test.kvx"), shared_data("vox/vengi-slab6_vox_test.vox")
     if not kvx or not vox:
         print("skipped: palette files (no shared data)")
@@ -464,6 +467,29 @@ def test_palette_files(modes):
         what = "side %d%+d" % (axis, sign)
         check(len(lit_pixels(images[0])) > 100, "%s: the model is seen (%d pixels)" % (what, len(lit_pixels(images[0]))))
         check(images[0] == images[1], "%s: KVX and VOX give the same picture" % what)
+
+
+def test_refused_volumes(mode):
+    """Every file the loader refuses: its reason on standard error (not only among the load
+    lines on standard output), status 2, no file."""
+    zero = os.path.join(TMP, "zero.dat")
+    open(zero, "wb").write(struct.pack("<3H", 0, 10, 10))
+    flat = os.path.join(TMP, "flat.dat")
+    open(flat, "wb").write(struct.pack("<3H", 7, 0, 3) + b"\0\0" * 21)
+    text = os.path.join(TMP, "notes.txt")
+    open(text, "w").write("a text file, not a volume\n")
+    over = os.path.join(TMP, "over.dat")
+    open(over, "wb").write(struct.pack("<3H", 2, 2, 2) + struct.pack("<8H", 600, 700, 800, 900, 4096, 0, 0, 0))
+    pipe = os.path.join(TMP, "pipe.dat")
+    os.mkfifo(pipe)
+    for args, message, what in [
+            ([zero], "tavok-render: file %s holds no samples: its size is 0 x 10 x 10" % zero, "a size of 0 in x"),
+            ([flat], "tavok-render: file %s holds no samples: its size is 7 x 0 x 3" % flat, "a size of 0 in y"),
+            ([text], "tavok-render: file %s is too short: 8289 x 25972 x 29816 needs" % text, "a text file"),
+            ([pipe], "tavok-render: can't read %s: it is not a regular file" % pipe, "a named pipe"),
+            ([over], "error in file %s" % over, "a sample above 4095")]:
+        expect_error(args + mode, message, what)
+    os.remove(pipe)
 
 
 def main():

@@ -210,6 +210,79 @@ TEST_F(Panel, ChoosingAScanLoadsItAndABadOneChangesNothing)
     rmdir(folder.c_str());
 }
 
+namespace {
+
+std::string chooser_name()
+{
+    gchar* name = gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(W("GUIloadvolume")));
+    std::string copy = name ? name : "";
+    g_free(name);
+    return copy;
+}
+
+std::string load_message() { return gtk_label_get_text(GTK_LABEL(W("GUIloadMessage"))); }
+bool load_message_shown() { return GTK_WIDGET_VISIBLE(W("GUIloadMessage")); }
+
+}  // namespace
+
+TEST_F(Panel, ARefusedFileSaysWhyInThePanelAndTheChooserKeepsTheFileShown)
+{
+    // At start there is nothing to say.
+    EXPECT_FALSE(load_message_shown());
+    // A file named on the command line that can't be read: the reason under the sizes, and the
+    // chooser, which showed the name at once, shows none again.
+    std::string missing = temp_file("missing.dat");
+    CaptureStdout();
+    pending_load_name = strdup(missing.c_str());
+    load_requested = 1;
+    frame();
+    GetCapturedStdout();
+    EXPECT_EQ(volume_loaded, 0);
+    EXPECT_TRUE(load_message_shown());
+    EXPECT_EQ(load_message(), "can't open file " + missing);
+    EXPECT_TRUE(pump_until([] { return chooser_name().empty(); })) << chooser_name();
+    EXPECT_EQ(load_requested, 0);
+
+    // A good file: the line goes away.
+    std::string good = write_dat("good.dat", 4, 5, 6, 1500);
+    gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(W("GUIloadvolume")), good.c_str());
+    ASSERT_TRUE(pump_until([] { return load_requested == 1; }));
+    CaptureStdout();
+    frame();
+    GetCapturedStdout();
+    EXPECT_EQ(volume_loaded, 1);
+    EXPECT_FALSE(load_message_shown());
+    EXPECT_EQ(entry_text("GUIvolDim"), " 4 x 5 x 6");
+
+    // A truncated file chosen in the panel: refused, the reason shows, the sizes and the
+    // chooser go on showing the volume on screen.
+    std::string cut = temp_file("cut.dat");
+    FILE* f = fopen(cut.c_str(), "wb");
+    uint16_t sizes[3] = {9, 9, 9};
+    fwrite(sizes, 2, 3, f);
+    fwrite(sizes, 2, 3, f);
+    fclose(f);
+    gtk_file_chooser_set_filename(GTK_FILE_CHOOSER(W("GUIloadvolume")), cut.c_str());
+    ASSERT_TRUE(pump_until([] { return load_requested == 1; }));
+    CaptureStdout();
+    frame();
+    std::string log = GetCapturedStdout();
+    EXPECT_NE(log.find("file " + cut + " is too short"), std::string::npos) << log;
+    EXPECT_TRUE(load_message_shown());
+    EXPECT_EQ(load_message(), "file " + cut + " is too short: 9 x 9 x 9 needs 1464 bytes, it has 12");
+    EXPECT_EQ(entry_text("GUIvolDim"), " 4 x 5 x 6");
+    EXPECT_STREQ(last_volume_path, good.c_str());
+    EXPECT_TRUE(pump_until([&good] { return chooser_name() == good; })) << chooser_name();
+    // Going back asks for no load of its own.
+    for (int i = 0; i < 30; ++i) {
+        drain_events();
+        g_usleep(10000);
+    }
+    EXPECT_EQ(load_requested, 0);
+    unlink(cut.c_str());
+    unlink(good.c_str());
+}
+
 TEST_F(Panel, BlurDataNeedsAVolume)
 {
     CaptureStdout();

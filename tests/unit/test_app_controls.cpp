@@ -7,6 +7,7 @@
 #include <string>
 
 #include "app/controls.h"
+#include "core/headless/seam_null.h"
 #include "raycast_helpers.h"
 #include "slices/slices.h"
 
@@ -54,6 +55,26 @@ void navigation_state(int mode)
     slice_d = 0.0f;
     slice_recenter = 1;
     left_on_image = left_on_editor = right_on_image = right_on_editor = 0;
+    // No key is down from an earlier test.
+    for (bool& down : key_was_down) down = false;
+}
+
+// Holds the keys that set chooses for ms milliseconds of the fake clock, one sample every
+// frame_ms (the first at the press, the last when the time is up), then one sample with the
+// keys up. Returns the number of samples.
+int hold_keys(void (*set)(KeyStates&), unsigned ms, unsigned frame_ms)
+{
+    InputSample s = keys(set);
+    s.pressed = s.keys;
+    int samples = 0;
+    for (unsigned t = 0; t < ms; t += frame_ms) {
+        apply_input(s);
+        s.pressed = {};
+        null_ticks += frame_ms;
+        ++samples;
+    }
+    apply_input(idle());
+    return samples + 1;
 }
 
 }  // namespace
@@ -447,4 +468,124 @@ TEST(InputMouse, ButtonReleaseEndsDrags)
     EXPECT_EQ(last_button_up, 4321u);
     EXPECT_EQ(drag_color_node, nullptr);
     EXPECT_EQ(drag_opacity_node, nullptr);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The key throttle: one step at the press, one more per 40 ms the key stays down, whatever the
+// frame time.
+
+TEST(InputThrottle, ATapIsOneStep)
+{
+    navigation_state(0);
+    set_start_camera();
+    null_ticks = 1000;
+    // Down and up again between two samples: the press still counts, once.
+    InputSample s = idle();
+    s.pressed.back = true;
+    apply_input(s);
+    EXPECT_EQ(ipos[2], 10.0f + 15.0f);
+    apply_input(idle());
+    EXPECT_EQ(ipos[2], 25.0f);
+    // Down for less than 40 ms, sampled every 5 ms: one step.
+    hold_keys([](KeyStates& k) { k.back = true; }, 35, 5);
+    EXPECT_EQ(ipos[2], 40.0f);
+    // With left Shift: one step of 28.
+    hold_keys([](KeyStates& k) { k.forward = true, k.left_shift = true; }, 20, 1);
+    EXPECT_EQ(ipos[2], 12.0f);
+}
+
+TEST(InputThrottle, HeldForASecondIs25StepsWhateverTheFrameTime)
+{
+    for (unsigned frame_ms : {1u, 3u, 7u, 16u, 33u, 39u, 40u, 41u, 60u}) {
+        navigation_state(0);
+        set_start_camera();
+        null_ticks = 5000 + frame_ms;
+        int samples = hold_keys([](KeyStates& k) { k.forward = true; }, 1000, frame_ms);
+        const float steps = (10.0f - ipos[2]) / 15.0f;
+        EXPECT_GE(steps, 24.0f) << "frame time " << frame_ms << " ms, " << samples << " samples";
+        EXPECT_LE(steps, 26.0f) << "frame time " << frame_ms << " ms, " << samples << " samples";
+        EXPECT_EQ(steps, std::floor(steps)) << "whole steps only";
+    }
+    // Slower frames can't see the release sooner than the next sample: the count falls short
+    // by at most the steps of one frame, and never overshoots.
+    for (unsigned frame_ms : {100u, 190u}) {
+        navigation_state(0);
+        set_start_camera();
+        null_ticks = 9000;
+        hold_keys([](KeyStates& k) { k.forward = true; }, 1000, frame_ms);
+        const float steps = (10.0f - ipos[2]) / 15.0f;
+        EXPECT_LE(steps, 26.0f) << "frame time " << frame_ms;
+        EXPECT_GE(steps, 25.0f - frame_ms / 40) << "frame time " << frame_ms;
+    }
+}
+
+TEST(InputThrottle, NeverMoreThanOneStepPer40ms)
+{
+    navigation_state(0);
+    set_start_camera();
+    null_ticks = 700;
+    InputSample s = keys([](KeyStates& k) { k.right = true; });
+    s.pressed = s.keys;
+    apply_input(s);
+    s.pressed = {};
+    EXPECT_EQ(ipos[0], 20.0f - 15.0f);
+    // 39 ms later nothing more; at 40 ms the second step.
+    for (int t = 1; t < 40; ++t) {
+        null_ticks += 1;
+        apply_input(s);
+    }
+    EXPECT_EQ(ipos[0], 5.0f);
+    null_ticks += 1;
+    apply_input(s);
+    EXPECT_EQ(ipos[0], -10.0f);
+    // A stall of two seconds takes at most five steps, not fifty.
+    null_ticks += 2000;
+    apply_input(s);
+    EXPECT_EQ(ipos[0], -10.0f - 5 * 15.0f);
+    // And then the pace goes on from the press.
+    null_ticks += 40;
+    apply_input(s);
+    EXPECT_EQ(ipos[0], -100.0f);
+}
+
+TEST(InputThrottle, PrintOncePerPressAndEveryStepRowIsThrottled)
+{
+    navigation_state(0);
+    set_start_camera();
+    null_ticks = 10000;
+    testing::internal::CaptureStdout();
+    hold_keys([](KeyStates& k) { k.print = true; }, 500, 10);
+    std::string out = testing::internal::GetCapturedStdout();
+    size_t prints = 0;
+    for (size_t at = out.find("ipos "); at != std::string::npos; at = out.find("ipos ", at + 1)) ++prints;
+    EXPECT_EQ(prints, 1u) << out;
+    // The other stepping rows keep the same pace: 100 ms held at 10 ms frames is 3 steps.
+    max_ray_steps = 1000;
+    hold_keys([](KeyStates& k) { k.more_steps = true; }, 100, 10);
+    EXPECT_EQ(max_ray_steps, 1150u);
+    refine_tolerance = 10;
+    hold_keys([](KeyStates& k) { k.coarser = true; }, 100, 10);
+    EXPECT_EQ(refine_tolerance, 19);
+    slice_zoom = 256.0f;
+    hold_keys([](KeyStates& k) { k.home = true; }, 100, 10);
+    EXPECT_EQ(slice_zoom, 265.0f);
+    slice_kind = 0, slice_z = 10;
+    hold_keys([](KeyStates& k) { k.page_up = true; }, 100, 10);
+    EXPECT_EQ(slice_z, 13u);
+}
+
+TEST(InputThrottle, InputHeldWhileAKeyOrButtonIsDown)
+{
+    navigation_state(0);
+    apply_input(idle());
+    EXPECT_FALSE(input_held());
+    InputSample s = keys([](KeyStates& k) { k.left = true; });
+    apply_input(s);
+    EXPECT_TRUE(input_held());
+    s = idle();
+    s.middle = true;
+    apply_input(s);
+    EXPECT_TRUE(input_held());
+    apply_input(idle());
+    EXPECT_FALSE(input_held());
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <sys/stat.h>
 
 #include "helpers.h"
 #include "transfer/transfer.h"
@@ -87,19 +88,6 @@ TEST(DatLoader, MaxHistoIgnoresBinsBelow500)
     compute_max_histo();
     EXPECT_EQ(histo[100], 4u);
     EXPECT_EQ(max_histo, 2u);
-    remove(path.c_str());
-}
-
-TEST(DatLoader, ZeroSizeHeaderGivesMarginOnly)
-{
-    start_fresh();
-    std::string path = write_dat("zero.dat", 0, 5, 5, {});
-    ASSERT_TRUE(load_dat_volume(path.c_str()));
-    EXPECT_EQ(vol_x, 4u);
-    EXPECT_EQ(vol_y, 9u);
-    EXPECT_EQ(vol_z, 9u);
-    for (size_t i = 0; i < (size_t)vol_x * vol_y * vol_z; ++i) ASSERT_EQ(voxels[i], 0u);
-    for (uint32_t c : histo) ASSERT_EQ(c, 0u);
     remove(path.c_str());
 }
 
@@ -210,24 +198,25 @@ TEST(DatLoader, GridBeyondTheMemoryBudgetIsRefused)
     std::string good = write_dat("good4.dat", 2, 2, 2, {600, 700, 800, 900, 1000, 1100, 1200, 1300});
     ASSERT_TRUE(load_dat_volume(good.c_str()));
     VolumeSnapshot before;
-    // Six bytes that ask for a margin-only grid of 4 x 30004 x 17004 voxels: 2 GB of words and
-    // 8 GB of gradients, with no sample in the file.
-    std::string empty = write_dat("margin-only.dat", 0, 30000, 17000, {});
+    // A grid of 1004 x 1004 x 304 words (a sparse file of 600 MB that costs no disk): 1.2 GB
+    // of words and 4.7 GB of gradients.
+    std::string big = write_dat("big.dat", 1000, 1000, 300, {});
+    ASSERT_EQ(truncate(big.c_str(), 6 + 2 * 300000000LL), 0);
     volume_memory_limit = 1ull << 30;
     testing::internal::CaptureStdout();
-    EXPECT_FALSE(load_dat_volume(empty.c_str()));
+    EXPECT_FALSE(load_dat_volume(big.c_str()));
     std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(out.find("file " + empty + " is too large: 0 x 30000 x 17000 gives a grid of 2040752064 "
-                       "voxels, which needs 38924 MB with its gradients, at most 1024 MB fit"),
+    EXPECT_NE(out.find("file " + big + " is too large: 1000 x 1000 x 300 gives a grid of 306436864 "
+                       "voxels, which needs 5844 MB with its gradients, at most 1024 MB fit"),
               std::string::npos) << out;
     before.expect_unchanged();
-    // Within the budget a margin-only grid loads: 4 x 9 x 10 words, all 0.
-    std::string small = write_dat("margin-small.dat", 0, 5, 6, {});
+    // Within the budget a grid loads: 5 x 9 x 10 words.
+    std::string small = write_dat("small.dat", 1, 5, 6, std::vector<uint16_t>(30, 600));
     EXPECT_TRUE(load_dat_volume(small.c_str()));
-    EXPECT_EQ(vol_x * vol_y * vol_z, 360u);
+    EXPECT_EQ(vol_x * vol_y * vol_z, 450u);
     volume_memory_limit = 0;
     remove(good.c_str());
-    remove(empty.c_str());
+    remove(big.c_str());
     remove(small.c_str());
 }
 
@@ -240,4 +229,70 @@ TEST(DatLoader, LogLineGivesTheFileSizes)
     std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(out.rfind("Orlen-data x=3, y=2, z=1\n", 0), 0u) << out;
     remove(path.c_str());
+}
+
+TEST(DatLoader, ASizeOf0OnAnyAxisIsRefused)
+{
+    start_fresh();
+    std::string good = write_dat("good4.dat", 2, 2, 2, {600, 700, 800, 900, 1000, 1100, 1200, 1300});
+    ASSERT_TRUE(load_dat_volume(good.c_str()));
+    VolumeSnapshot before;
+    const int sizes[3][3] = {{0, 10, 10}, {10, 0, 10}, {3, 5, 0}};
+    for (const auto& s : sizes) {
+        std::string empty = write_dat("empty.dat", s[0], s[1], s[2], {});
+        testing::internal::CaptureStdout();
+        EXPECT_FALSE(load_dat_volume(empty.c_str()));
+        std::string out = testing::internal::GetCapturedStdout();
+        std::string reason = "file " + empty + " holds no samples: its size is " + std::to_string(s[0]) +
+                             " x " + std::to_string(s[1]) + " x " + std::to_string(s[2]);
+        EXPECT_NE(out.find(reason + "\n"), std::string::npos) << out;
+        // The reason is kept, without the newline, for the panel and tavok-render.
+        EXPECT_EQ(std::string(load_refusal), reason);
+        before.expect_unchanged();
+        remove(empty.c_str());
+    }
+    remove(good.c_str());
+}
+
+TEST(LoadPath, TheReasonOfARefusalShowsInThePanelAndAGoodLoadClearsIt)
+{
+    start_fresh();
+    std::string good = write_dat("good5.dat", 3, 3, 3, make_samples(3, 3, 3, [](int, int, int) { return 900; }));
+    ASSERT_TRUE(load_volume_file(good.c_str()));
+    EXPECT_STREQ(null_load_message, "");
+    VolumeSnapshot before;
+    std::string cut = write_dat("cut5.dat", 5, 5, 5, make_samples(5, 5, 5, [](int, int, int) { return 900; }), 236);
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(load_volume_file(cut.c_str()));
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(std::string(null_load_message), "file " + cut + " is too short: 5 x 5 x 5 needs 256 bytes, it has 20");
+    EXPECT_STREQ(last_volume_path, good.c_str());
+    before.expect_unchanged();
+    // Anything but a regular file is refused before a loader opens it: a named pipe would
+    // block the open until a writer came.
+    std::string pipe = temp_path("pipe.dat");
+    remove(pipe.c_str());
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(load_volume_file(pipe.c_str()));
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find("can't read " + pipe + ": it is not a regular file\n"), std::string::npos) << out;
+    EXPECT_EQ(std::string(null_load_message), "can't read " + pipe + ": it is not a regular file");
+    // A folder is a DICOM series for the importer; one without any refuses all the same, and
+    // the panel still gets a line.
+    std::string folder = temp_path("empty-folder");
+    ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(load_volume_file(folder.c_str()));
+    testing::internal::GetCapturedStdout();
+    EXPECT_NE(std::string(null_load_message), "");
+    before.expect_unchanged();
+    rmdir(folder.c_str());
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(load_volume_file(good.c_str()));
+    testing::internal::GetCapturedStdout();
+    EXPECT_STREQ(null_load_message, "");
+    remove(pipe.c_str());
+    remove(cut.c_str());
+    remove(good.c_str());
 }

@@ -406,14 +406,15 @@ TEST(PaletteLoaders, OnlyExactEndingsChooseAPaletteLoader)
     ASSERT_TRUE(load(vox_upper));
     EXPECT_EQ(vol_z, 3u);
     // .Kvx goes to the .dat loader, which reads numbytes 94 and xsiz 2 as the sizes 94 x 0 x 2
-    // and makes a grid of margin only.
+    // and refuses a volume with a size of 0.
     std::string mixed = write_bytes("model.Kvx", kvx_bytes(full_2x3x4()));
     bool ok;
     std::string out = captured_load(mixed, &ok);
-    EXPECT_TRUE(ok);
+    EXPECT_FALSE(ok);
     EXPECT_EQ(out.find("it's a"), std::string::npos) << out;
     EXPECT_NE(out.find("Orlen-data x=94, y=0, z=2\n"), std::string::npos) << out;
-    EXPECT_EQ(vol_x, 98u);
+    EXPECT_NE(out.find("holds no samples: its size is 94 x 0 x 2\n"), std::string::npos) << out;
+    EXPECT_EQ(vol_z, 3u);
     remove(upper.c_str());
     remove(vox_upper.c_str());
     remove(mixed.c_str());

@@ -1,5 +1,5 @@
-// display.cpp — the SDL window: opening, resizing, cursors, icon, and the window doors of
-// seam.h (clock, flip, closing). Owns screen and the cursors; the frame buffers it sizes
+// display.cpp — the SDL window: opening, resizing (and going back to its size after a refused
+// resize), cursors, icon, and the window doors of seam.h (clock, flip, closing). Owns screen and the cursors; the frame buffers it sizes
 // belong to render_state.cpp.
 #include <cstdio>
 #include <cstdlib>
@@ -94,6 +94,20 @@ void resize_display(int w, int h)
         for (int i = 0; i < tf_width * tf_height; ++i) tf_pixels[i] = 0xcccccc;
         draw_tf_backdrop();
     }
+    refresh = 1;
+}
+
+void restore_display_size()
+{
+    // The X window was made smaller than the image it keeps. Left so, a grab would warp the
+    // pointer to the middle of the image, outside the window, and SDL would wait for that
+    // motion forever: the window goes back to its size instead, and its picture is drawn anew.
+    int bits = screen->format->BitsPerPixel;
+    int w = screen->w, h = screen->h;
+    screen = SDL_SetVideoMode(w, h, bits, screen->flags);
+    if (!screen)
+        clean_up_and_exit(1, "Resize: couldn't set %dx%dx%d video mode: %s\n", w, h, bits, SDL_GetError());
+    screen_pixels = (uint32_t*)screen->pixels;
     refresh = 1;
 }
 

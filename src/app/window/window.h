@@ -10,4 +10,7 @@ extern SDL_Cursor* sdl_cursor_default;
 
 void init_display(int width, int height, int depth, int fullscreen);
 void resize_display(int width, int height);
+// After a refused resize (100 pixels or less on a side): the window takes back the size of the
+// image it keeps, quietly, and the picture is drawn anew.
+void restore_display_size();
 SDL_Cursor* make_cursor(const char* const* image);

@@ -11,3 +11,5 @@ extern double null_progress_render;
 // The last text put into GUIrendertime and GUIvolDim.
 extern char null_render_time[32];
 extern char null_vol_dim[32];
+// The text of the panel's load message line (empty: no line).
+extern char null_load_message[8192];

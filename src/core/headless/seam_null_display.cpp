@@ -12,3 +12,4 @@ unsigned ticks_ms() { return null_ticks; }
 void delay_ms(unsigned ms) { null_ticks += ms; }
 void flip_display() {}
 void close_display() {}
+void release_pointer() {}

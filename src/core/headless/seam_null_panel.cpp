@@ -14,6 +14,7 @@ unsigned null_gui_pumps = 0;
 double null_progress_render = 0.0;
 char null_render_time[32];
 char null_vol_dim[32];
+char null_load_message[8192];
 
 void gui_pump() { ++null_gui_pumps; }
 
@@ -49,6 +50,8 @@ char* take_chooser_filename()
 }
 
 void set_chooser_filename(const char*) {}
+
+void show_load_message(const char* text) { snprintf(null_load_message, sizeof null_load_message, "%s", text); }
 
 int open_color_dialog(uint32_t)
 {
