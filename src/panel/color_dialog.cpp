@@ -13,8 +13,9 @@
 #include "panel/panel.h"
 #include "transfer/transfer.h"
 
-// The dialog while it is up, null otherwise.
+// The dialog while it is up, null otherwise, and whether OK or Cancel answered it.
 static GtkWidget* color_dialog = nullptr;
+static bool color_dialog_answered = false;
 
 // Registers a child under its name on the dialog, holding a reference for the name.
 static void register_widget(GtkWidget* dialog, GtkWidget* widget, const char* name)
@@ -23,18 +24,16 @@ static void register_widget(GtkWidget* dialog, GtkWidget* widget, const char* na
                            (GDestroyNotify)gtk_widget_unref);
 }
 
-// "destroy": the dialog is gone, whatever closed it.
+// "destroy": the dialog is gone, whatever closed it. Escape and the window's close button
+// reach here through GTK's own "close" and delete handling, which destroys the dialog after
+// its signals have run; a handler on "close" that destroyed it in the middle of that signal
+// left GTK's default handler a window that was gone (a GLib critical). Closed so, neither OK
+// nor Cancel answered it: the strip keeps the node as the double click left it.
 static void on_color_dialog_destroy(GtkObject*, gpointer)
 {
     color_dialog = nullptr;
+    if (!color_dialog_answered) color_dialog_dismissed();
     color_dialog_closed();
-}
-
-// "close" (Escape): clear the mark and take the dialog down.
-static void on_color_dialog_close(GtkDialog* dialog, gpointer)
-{
-    color_dialog_closed();
-    gtk_widget_destroy(GTK_WIDGET(dialog));
 }
 
 // "color_changed": the pixel value of the colour on the screen's colormap, 0x00RRGGBB on the
@@ -53,12 +52,14 @@ static void on_color_changed(GtkColorSelection* selection, gpointer)
 
 static void on_color_ok(GtkButton*, gpointer)
 {
+    color_dialog_answered = true;
     color_dialog_ok();
     if (color_dialog) gtk_widget_destroy(color_dialog);
 }
 
 static void on_color_cancel(GtkButton*, gpointer)
 {
+    color_dialog_answered = true;
     color_dialog_cancel();
     if (color_dialog) gtk_widget_destroy(color_dialog);
 }
@@ -86,7 +87,6 @@ GtkWidget* create_color_dialog()
     register_widget(dialog, core, "GUIcolorSel_Core");
 
     g_signal_connect(G_OBJECT(dialog), "destroy", G_CALLBACK(on_color_dialog_destroy), nullptr);
-    g_signal_connect(G_OBJECT(dialog), "close", G_CALLBACK(on_color_dialog_close), nullptr);
     g_signal_connect(G_OBJECT(ok), "clicked", G_CALLBACK(on_color_ok), nullptr);
     g_signal_connect(G_OBJECT(cancel), "clicked", G_CALLBACK(on_color_cancel), nullptr);
     g_signal_connect(G_OBJECT(core), "color_changed", G_CALLBACK(on_color_changed), nullptr);
@@ -100,6 +100,7 @@ int open_color_dialog(uint32_t color)
     char text[16];
     snprintf(text, sizeof text, "#%06x", color);
     color_dialog = create_color_dialog();
+    color_dialog_answered = false;
 
     // A colour must be allocatable on the system colormap, or the dialog can't show one.
     GdkColormap* colormap = gdk_colormap_get_system();

@@ -663,10 +663,11 @@ void init_control_panel(int* argc, char*** argv)
 
     gtk_set_locale();
     gtk_init(argc, argv);
-    g_signal_add_emission_hook(g_signal_lookup("map", GTK_TYPE_WIDGET), 0, on_any_window_map,
-                               nullptr, nullptr);
 
     gui_window = build_control_panel();
+    // The widget class stands once the tree is built: every window mapped from now on.
+    g_signal_add_emission_hook(g_signal_lookup("map", GTK_TYPE_WIDGET), 0, on_any_window_map,
+                               nullptr, nullptr);
     gtk_widget_show(gui_window);
     g_signal_connect(G_OBJECT(gui_window), "destroy", G_CALLBACK(on_window_destroy), nullptr);
 

@@ -332,6 +332,14 @@ void color_dialog_cancel()
     remove_color_node((uint16_t)last_color_scx);
 }
 
+void color_dialog_dismissed()
+{
+    // The node placed or found at last_color_scx keeps cs_color, given it at the double click,
+    // and the table takes it up now (a new node waited for OK to do so), so that the bar and
+    // the image show what the marker says. It is what OK with the colour unchanged would do.
+    if (ColorNode* node = node_near(color_nodes, last_color_scx)) reinterpolate_colors(node);
+}
+
 void color_dialog_closed()
 {
     color_dialog_open = 0;

@@ -86,5 +86,9 @@ void tf_right_press(int x, int y);
 void color_dialog_changed(uint32_t picked);
 void color_dialog_ok();
 void color_dialog_cancel();
-// "destroy" or "close" of the dialog: it is gone, final passes may run again.
+// The dialog was closed without OK or Cancel (Escape, or the window's close button): the node
+// that the double click placed or found stays, with cs_color, the colour it was given then,
+// and the table now shows it; as OK with the colour left as it was.
+void color_dialog_dismissed();
+// The dialog is gone, however it was closed: final passes may run again.
 void color_dialog_closed();

@@ -242,6 +242,46 @@ class Tavok:
             time.sleep(step_ms / 1000.0)
         xdotool("mouseup", button)
 
+    def hold(self, button, hold_ms):
+        """One press held across a few frames: tavok reads the button state once a frame."""
+        xdotool("mousedown", button)
+        time.sleep(hold_ms / 1000.0)
+        xdotool("mouseup", button)
+
+    def tap_at(self, x, y, button=1, hold_ms=40):
+        """Moves the pointer to (x, y) and presses a button there for hold_ms."""
+        self.move(x, y)
+        time.sleep(0.1)
+        self.hold(button, hold_ms)
+
+    def double_click(self, x, y, expect, start):
+        """Two presses less than 150 ms apart, the second held until the strip has acted. The
+        pointer is placed first, so nothing slow comes between the two. On a busy machine the
+        pair may come too slowly to count: a missed double click does nothing (the single
+        presses find no node to pick up there), so it is tried again, up to three times, until
+        a line of standard output from index start on matches expect."""
+        for attempt in range(3):
+            self.move(x, y)
+            time.sleep(0.2)
+            self.hold(1, 40)
+            time.sleep(0.04)
+            self.hold(1, 150)
+            if self.wait_out(expect, timeout=2, start=start) is not None:
+                return True
+            time.sleep(0.5)
+        return False
+
+    def dialog_window(self, title="^Select A Color$", timeout=10):
+        """The first window whose name matches title, or None after timeout seconds."""
+        deadline = time.time() + timeout
+        while True:
+            found = xdotool("search", "--onlyvisible", "--name", title).split()
+            if found:
+                return found[0]
+            if time.time() >= deadline:
+                return None
+            time.sleep(0.1)
+
     def screenshot(self, window=None):
         """The SDL window's pixels (or another window's) as an Image."""
         w = window or self.sdl_window()

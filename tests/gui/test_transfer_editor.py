@@ -23,47 +23,6 @@ tmp = tempfile.mkdtemp()
 ramp = write_dat(os.path.join(tmp, "ramp.dat"), (120, 100, 9), lambda x, y, z: 600 + 25 * x)
 
 
-def hold(button, hold_ms):
-    """One press held across a few frames: tavok reads the button state once a frame."""
-    xdotool("mousedown", button)
-    time.sleep(hold_ms / 1000.0)
-    xdotool("mouseup", button)
-
-
-def press(t, x, y, button=1, hold_ms=40):
-    t.move(x, y)
-    time.sleep(0.1)
-    hold(button, hold_ms)
-
-
-def double_click(t, x, y, expect, start):
-    """Two presses less than 150 ms apart, the second held until the strip has acted. The
-    pointer is placed first, so nothing slow comes between the two. On a busy machine the
-    pair may come too slowly to count: a missed double click does nothing (the single
-    presses find no node to pick up there), so it is tried again, up to three times, until
-    the line expect appears."""
-    for attempt in range(3):
-        t.move(x, y)
-        time.sleep(0.2)
-        hold(1, 40)
-        time.sleep(0.04)
-        hold(1, 150)
-        if t.wait_out(expect, timeout=2, start=start) is not None:
-            return True
-        time.sleep(0.5)
-    return False
-
-
-def dialog_window(t, timeout=10):
-    deadline = time.time() + timeout
-    while time.time() < deadline:
-        found = xdotool("search", "--name", "^Select A Color$").split()
-        if found:
-            return found[0]
-        time.sleep(0.1)
-    return None
-
-
 def image_rows(shot):
     return shot.crop(0, 0, 512, IMAGE_H)
 
@@ -90,7 +49,7 @@ with Tavok(opts, [ramp]) as t:
 
     # --- An opacity node by a double click in the opacity area.
     start = t.out_count()
-    double_click(t, 160, IMAGE_H + AREA_ROW, r"^opacity=", start)
+    t.double_click(160, IMAGE_H + AREA_ROW, r"^opacity=", start)
     line = t.wait_out(r"^opacity=", timeout=5, start=start)
     check(line == "opacity=0.156627", "double click on the opacity area: %r" % line)
     check(t.wait_out(r"^inserted new opacitynode$", timeout=5, start=start) is not None,
@@ -105,9 +64,9 @@ with Tavok(opts, [ramp]) as t:
 
     # --- A colour node: double click on the bar, type a colour, OK.
     start = t.out_count()
-    check(double_click(t, 300, BAR_Y, r"^inserted new colornode$", start),
+    check(t.double_click(300, BAR_Y, r"^inserted new colornode$", start),
           "double click on the bar places a colour node")
-    dialog = dialog_window(t)
+    dialog = t.dialog_window()
     check(dialog is not None, "the dialog \"Select A Color\" is up")
     if dialog:
         t.settle(0.5)
@@ -129,12 +88,12 @@ with Tavok(opts, [ramp]) as t:
         check(image_rows(shot).differs(image_rows(first)), "the image follows the colour table")
         check(image_rows(shot).count(lambda p: (p >> 16) > (p >> 8 & 0xff) + 40) > 100,
               "red shows in the slice")
-        check(dialog_window(t, timeout=0.5) is None, "the dialog is gone after OK")
+        check(t.dialog_window(timeout=0.5) is None, "the dialog is gone after OK")
 
     # --- Cancel removes the node that the double click placed.
     start = t.out_count()
-    check(double_click(t, 400, BAR_Y, r"^inserted new colornode$", start), "a second colour node")
-    dialog = dialog_window(t)
+    check(t.double_click(400, BAR_Y, r"^inserted new colornode$", start), "a second colour node")
+    dialog = t.dialog_window()
     if dialog:
         t.settle(0.5)
         xdotool("mousemove", "--window", dialog, 383, 253)
@@ -149,11 +108,11 @@ with Tavok(opts, [ramp]) as t:
     # --- The right button removes nodes: the colour node on the bar, the opacity node above.
     t.settle(0.5)
     start = t.out_count()
-    press(t, 300, BAR_Y, button=3, hold_ms=120)
+    t.tap_at(300, BAR_Y, button=3, hold_ms=120)
     check(t.wait_out(r"^removed colornode!$", timeout=5, start=start) is not None,
           "right press on the colour node removes it")
     start = t.out_count()
-    press(t, 160, IMAGE_H + 30, button=3, hold_ms=120)
+    t.tap_at(160, IMAGE_H + 30, button=3, hold_ms=120)
     check(t.wait_out(r"^removed colornode!$", timeout=5, start=start) is not None,
           "right press on the opacity node's column removes it")
     t.settle(1.0)
