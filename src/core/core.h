@@ -120,6 +120,14 @@ void clamp_forward();
 // the colours of the abstract view. Step 5 of start-up, for the window and tavok-render.
 void set_cut_defaults();
 
+// "Render to File" after its dialog (defined in app/render_file.cpp, like the exit below, so
+// that the panel's handler reaches the pass table without including the program's top): the
+// current view rendered at 1024 x 1024 into swapped frame buffers (offscreen_render set, the
+// preview and then the final of render_mode through the pass table, view_kind left out),
+// written to path as PNG, then the window's size and buffers restored (restore_window_size),
+// "saved the file", offscreen_render 0.
+void render_to_file_at(const char* path);
+
 // The only exit: message to standard error, stop the worker, free, close the window, exit.
 [[noreturn]] void clean_up_and_exit(int status, const char* format, ...)
     __attribute__((format(printf, 2, 3)));

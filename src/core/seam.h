@@ -26,6 +26,11 @@ void close_display();
 // hidden cursor, and forgets the buttons held in it (their release will go to the dialog).
 // The panel calls it for every dialog it maps.
 void release_pointer();
+// Gives the frame back its window's size after a render to file: resize_display with the
+// window surface's present size, or with the size of a resize that came meanwhile and was held
+// back. Without a window: the buffers of window_width x window_height, as a resize makes them.
+// Either way refresh is set.
+void restore_window_size();
 
 // Widgets by their registered name. Progress bars take a fraction; entries a text, with
 // max_length > 0 also setting the entry's maximum length first; ranges and spin buttons a

@@ -28,3 +28,14 @@ inline uint64_t png_file_size(int width, int height)
 {
     return 63 + (uint64_t)height * (4 * (uint64_t)width + 6);
 }
+
+// ---------------------------------------------------------------------------------------------
+// Image files (image_file.cpp).
+
+// The file name rule of "Take Screenshot" and "Render to File": a malloc'ed copy of name with
+// ".png" added unless name is at least 6 characters long and ends in ".png" in any case. Prints
+// what it decides and "saving to file %s". Lowers the case of name's last four characters in
+// place (name only, the path keeps its case). Out of memory is fatal ("out of mem - filesaving").
+char* screenshot_path(char* name);
+// Writes width * height pixels, 0x00RRGGBB, rows from the top, as the PNG file path.
+void png_write_image(const char* path, const uint32_t* pixels, int width, int height);

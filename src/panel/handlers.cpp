@@ -1,6 +1,7 @@
 // handlers.cpp — the panel's signal handlers: each writes its render setting and sets refresh,
-// so the next frame shows a preview; none renders. Also "Take Screenshot" and its file name
-// rule, and connect_panel_signals, which hangs every handler on its widget.
+// so the next frame shows a preview; none renders, but "Render to File", which renders into
+// buffers of its own. Also "Take Screenshot", and connect_panel_signals, which hangs every
+// handler on its widget.
 //
 // Handlers run on the main thread inside gui_pump, in the middle of a final pass too, or at
 // once when input, reset_slices or another handler sets a widget. Setting a toggle button from
@@ -116,11 +117,6 @@ static void on_smooth_data_clicked(GtkButton*, gpointer)
     if (volume_loaded) blur_data();
 }
 
-static void on_render_to_file_clicked(GtkButton*, gpointer)
-{
-    // "Render to File" is render_to_file of the output room, which this build does not have
-    // yet; until then the button does nothing.
-}
 
 // ---------------------------------------------------------------------------------------------
 // Notebooks. switch_page comes before the notebook shows the new page, so the new page is the
@@ -605,34 +601,10 @@ static void on_cut_apply_clicked(GtkButton*, gpointer)
 // ---------------------------------------------------------------------------------------------
 // Take Screenshot.
 
-char* screenshot_path(char* name)
-{
-    size_t n = strlen(name);
-    char* path = (char*)malloc(n + 5);
-    if (!path) clean_up_and_exit(0, "out of mem - filesaving");
-    memcpy(path, name, n + 1);
-    if (n < 6) {
-        // Short names get the ending whatever they are: "x.png" becomes "x.png.png".
-        puts("adding <.png> to filename!");
-        strcat(path, ".png");
-    } else {
-        char* tail = name + n - 4;
-        printf("\t%s\n", tail);
-        for (int i = 0; i < 4; ++i)
-            if (tail[i] >= 'A' && tail[i] <= 'Z') tail[i] = (char)(tail[i] - 'A' + 'a');
-        if (strcmp(tail, ".png") != 0) {
-            puts("\tadding <.png> to filename!");
-            strcat(path, ".png");
-        } else {
-            puts("\tit's a <.png>");
-        }
-    }
-    printf("saving to file %s\n", path);
-    return path;
-}
-
 void take_screenshot(GtkButton*, gpointer)
 {
+    // The panel is pumped from inside a render to file, whose buffers are not the window's.
+    if (offscreen_render) return;
     GtkWidget* dialog = create_screenshot_dialog();
     if (volume_loaded && gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_OK) {
         gchar* name = gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(dialog));
@@ -644,13 +616,31 @@ void take_screenshot(GtkButton*, gpointer)
             char* path = screenshot_path(name);
             // The window surface has no row padding: its image area is the first
             // width * height pixels, the editor strip below is left out.
-            const int w = (int)render_target.width, h = (int)render_target.height;
-            png_open(path, w, h);
-            const uint32_t* pixels = screen_pixels;
-            for (size_t i = 0, count = (size_t)w * h; i < count; ++i) png_put_pixel(pixels[i]);
+            png_write_image(path, screen_pixels, (int)render_target.width, (int)render_target.height);
             free(path);
         }
         g_free(name);
+    }
+    gtk_widget_destroy(dialog);
+}
+
+void render_to_file(GtkButton*, gpointer)
+{
+    // One at a time: the final passes pump the panel, where this button could be pressed again.
+    if (offscreen_render) return;
+    GtkWidget* dialog = create_screenshot_dialog();
+    if (volume_loaded && gtk_dialog_run(GTK_DIALOG(dialog)) == GTK_RESPONSE_OK) {
+        gchar* name = gtk_file_chooser_get_filename(GTK_FILE_CHOOSER(dialog));
+        if (!name || !name[0]) {
+            puts("no file name given: nothing saved");
+        } else {
+            char* path = screenshot_path(name);
+            render_to_file_at(path);
+            free(path);
+        }
+        g_free(name);
+    } else {
+        puts("no action performed");
     }
     gtk_widget_destroy(dialog);
 }
@@ -719,7 +709,7 @@ static const Binding bindings[] = {
     OWN("GUIloadvolume", "selection_changed", on_loadvolume_selection_changed),
     OWN("GUIsmoothData", "clicked", on_smooth_data_clicked),
     OWN("GUIstandardScreenshot", "clicked", take_screenshot),
-    OWN("GUIscreenshotButton", "clicked", on_render_to_file_clicked),
+    OWN("GUIscreenshotButton", "clicked", render_to_file),
     OWN("GUIrendermodeTabs", "switch_page", on_rendermode_tabs_switch_page),
     OWN("GUI3DTabs", "switch_page", on_3d_tabs_switch_page),
 

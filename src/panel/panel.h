@@ -46,10 +46,9 @@ GtkWidget* create_color_dialog();
 // it last.
 void connect_panel_signals(GtkWidget* window);
 
-// The file name rule of both image buttons: a malloc'ed copy of name with ".png" added unless
-// name is at least 6 characters long and ends in ".png" in any case. Prints what it decides and
-// "saving to file %s". Lowers the case of name's last four characters in place (name only).
-char* screenshot_path(char* name);
 // "clicked" of GUIstandardScreenshot: asks for a file name and saves the image area of the
 // window surface (the first render_target.height rows) as PNG. Nothing without a volume.
 void take_screenshot(GtkButton* button, gpointer);
+// "clicked" of GUIscreenshotButton: asks for a file name and renders the view at 1024 x 1024
+// into it (render_to_file_at). "no action performed" without a volume or an OK.
+void render_to_file(GtkButton* button, gpointer);

@@ -618,7 +618,7 @@ TEST_F(Panel, ButtonsOfLaterRoomsDoNothingYet)
 {
     fake_volume(9, 11, 7);
     CaptureStdout();
-    for (const char* b : {"GUIscreenshotButton", "GUI_lightShadowPrecalc", "GUIsmoothShadows"})
+    for (const char* b : {"GUI_lightShadowPrecalc", "GUIsmoothShadows"})
         click(b);
     EXPECT_EQ(GetCapturedStdout(), "");
     EXPECT_EQ(refresh, 0);

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "app/app.h"
+#include "app/passes.h"
 #include "core/seam.h"
 #include "output/png.h"
 #include "panel_helpers.h"
@@ -313,6 +315,7 @@ TEST_F(Panel, BlurDataNeedsAVolume)
     unlink(path.c_str());
 }
 
+// The rule both image buttons share (screenshot_path, in the output room).
 TEST_F(Panel, ScreenshotFileNameRule)
 {
     struct Case {
@@ -466,4 +469,74 @@ TEST_F(Panel, ClosingThePanelMarksItDestroyed)
     EXPECT_EQ(GetCapturedStdout(), "delete event occured\n");
     EXPECT_EQ(gui_destroyed, 1);
     gui_window = nullptr;
+}
+
+// "Render to File" from a window of 300 x 200: a 1024 x 1024 file of the view, then the window's
+// size and buffers back and a fresh picture asked for.
+TEST_F(Panel, RenderToFileWritesA1024SquareAndRestoresTheWindow)
+{
+    window_width = 300, window_height = 200;
+    alloc_frame_buffers(300, 160, 200);
+    compute_view_constants();
+    std::string volume = "/tmp/tavok_panel_rtf_" + std::to_string(getpid()) + ".dat";
+    {
+        FILE* f = fopen(volume.c_str(), "wb");
+        uint16_t header[3] = {5, 6, 7};
+        fwrite(header, 2, 3, f);
+        for (int i = 0; i < 5 * 6 * 7; ++i) {
+            uint16_t v = 3000;
+            fwrite(&v, 2, 1, f);
+        }
+        fclose(f);
+    }
+    ASSERT_TRUE(load_volume_file(volume.c_str()));
+    render_mode = mode_slices;
+
+    char dir_template[] = "/tmp/tavok_rtf_XXXXXX";
+    std::string dir = mkdtemp(dir_template);
+    DialogAnswer answer = {dir, "big", GTK_RESPONSE_OK};
+    guint source = g_timeout_add(50, answer_dialog, &answer);
+    refresh = 0;
+    CaptureStdout();
+    click("GUIscreenshotButton");
+    std::string log = GetCapturedStdout();
+    if (!answer.done) g_source_remove(source);
+    ASSERT_TRUE(answer.answered);
+    std::string path = dir + "/big.png";
+    EXPECT_NE(log.find("saving to file " + path + "\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("saved the file\n"), std::string::npos) << log;
+    struct stat st;
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ((uint64_t)st.st_size, png_file_size(1024, 1024));
+    // The window's image size and view constants are back; a preview is due.
+    EXPECT_EQ(render_target.width, 300u);
+    EXPECT_EQ(render_target.height, 160u);
+    EXPECT_EQ(pixel_step, 1.0f / 160.0f);
+    EXPECT_EQ(offscreen_render, 0);
+    EXPECT_EQ(refresh, 1);
+    unlink(path.c_str());
+    rmdir(dir.c_str());
+    unlink(volume.c_str());
+}
+
+TEST_F(Panel, RenderToFileCancelledOrWithoutVolumeDoesNothing)
+{
+    CaptureStdout();
+    click("GUIscreenshotButton");  // no volume: the dialog is made and destroyed, never shown
+    EXPECT_EQ(GetCapturedStdout(), "no action performed\n");
+
+    fake_volume(9, 11, 7);
+    char dir_template[] = "/tmp/tavok_rtf_XXXXXX";
+    std::string dir = mkdtemp(dir_template);
+    DialogAnswer answer = {dir, "never.png", GTK_RESPONSE_CANCEL};
+    guint source = g_timeout_add(50, answer_dialog, &answer);
+    uint32_t width = render_target.width;
+    CaptureStdout();
+    click("GUIscreenshotButton");
+    EXPECT_EQ(GetCapturedStdout(), "no action performed\n");
+    if (!answer.done) g_source_remove(source);
+    EXPECT_TRUE(answer.answered);
+    EXPECT_NE(access((dir + "/never.png").c_str(), F_OK), 0);
+    EXPECT_EQ(render_target.width, width);
+    rmdir(dir.c_str());
 }

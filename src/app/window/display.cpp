@@ -111,6 +111,27 @@ void restore_display_size()
     refresh = 1;
 }
 
+// A resize that comes while a render to file holds the 1024 x 1024 buffers (the final passes
+// pump input on their polled lines) would free them under the pass: it waits for the end.
+static int held_width = 0, held_height = 0;
+
+void request_resize(int w, int h)
+{
+    if (!offscreen_render) {
+        resize_display(w, h);
+        return;
+    }
+    held_width = w;
+    held_height = h;
+}
+
+void restore_window_size()
+{
+    int w = held_width ? held_width : screen->w, h = held_height ? held_height : screen->h;
+    held_width = held_height = 0;
+    resize_display(w, h);
+}
+
 unsigned ticks_ms() { return SDL_GetTicks(); }
 void delay_ms(unsigned ms) { SDL_Delay(ms); }
 void flip_display() { SDL_Flip(screen); }

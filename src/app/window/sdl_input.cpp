@@ -146,7 +146,7 @@ void input_pump()
     if (ev.resize) {
         // Tiny windows are refused: buffers and image size keep their old values, and the
         // window goes back to the size it keeps.
-        if (resize_allowed(ev.width, ev.height)) resize_display(ev.width, ev.height);
+        if (resize_allowed(ev.width, ev.height)) request_resize(ev.width, ev.height);
         else restore_display_size();
     }
     for (int i = 0; i < ev.releases; ++i) mouse_button_released();

@@ -13,4 +13,7 @@ void resize_display(int width, int height);
 // After a refused resize (100 pixels or less on a side): the window takes back the size of the
 // image it keeps, quietly, and the picture is drawn anew.
 void restore_display_size();
+// A resize asked for by the window manager: carried out now, or held back until a running
+// render to file restores the window (restore_window_size).
+void request_resize(int width, int height);
 SDL_Cursor* make_cursor(const char* const* image);

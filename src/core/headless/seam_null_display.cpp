@@ -13,3 +13,10 @@ void delay_ms(unsigned ms) { null_ticks += ms; }
 void flip_display() {}
 void close_display() {}
 void release_pointer() {}
+
+void restore_window_size()
+{
+    alloc_frame_buffers(window_width, window_height * 4 / 5, window_height);
+    compute_view_constants();
+    refresh = 1;
+}
