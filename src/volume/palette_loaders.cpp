@@ -306,16 +306,17 @@ bool load_vox_volume(const char* path)
         fclose(file);
         return false;
     }
-    // Each (x, y) column of the file fills the start of its 256-byte row of the cube.
-    bool read_ok = fseek(file, 12, SEEK_SET) == 0;
-    for (uint32_t x = 0; read_ok && x < sx; ++x)
-        for (uint32_t y = 0; read_ok && y < sy; ++y)
-            read_ok = fread(import_cube + cube_at(x, y, 0), 1, (size_t)sz, file) == (size_t)sz;
-    if (!read_ok) {
+    // One read, then each (x, y) column of the file fills the start of its 256-byte row of
+    // the cube.
+    std::vector<uint8_t> block((size_t)(sx * sy * sz));
+    if (!read_at(file, 12, block.data(), block.size())) {
         refuse_volume("vox file %s: its voxels can't be read", path);
         fclose(file);
         return false;
     }
+    const uint8_t* column = block.data();
+    for (uint32_t x = 0; x < sx; ++x)
+        for (uint32_t y = 0; y < sy; ++y, column += sz) memcpy(import_cube + cube_at(x, y, 0), column, (size_t)sz);
     bool palette_ok = read_palette(file, size, "vox", path);
     fclose(file);
     if (!palette_ok) return false;
