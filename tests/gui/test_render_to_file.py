@@ -23,13 +23,13 @@ WINDOW_W, WINDOW_H = 640, 400
 IMAGE_H = WINDOW_H * 4 // 5
 
 
-def dialog_window(t, panel, timeout=20):
-    """The save dialog: the largest visible window of the panel's class that is not the panel
-    (the panel's tooltip is one too)."""
+def dialog_window(t, panel, sdl, timeout=20):
+    """The save dialog: the largest visible window of the program's class that is neither the
+    panel nor the SDL window (the panel's tooltip is one too, but small)."""
     deadline = time.time() + timeout
     while time.time() < deadline:
         found = [(w, t.geometry(w)) for w in xdotool("search", "--onlyvisible", "--class", "Tavok").split()
-                 if w != panel]
+                 if w not in (panel, sdl)]
         found = [(w, g) for w, g in found if g[2] > 300 and g[3] > 200]
         if found:
             return max(found, key=lambda f: f[1][2] * f[1][3])
@@ -71,14 +71,18 @@ with Tavok(opts, [ball]) as t:
     # The button, then a name typed into the dialog and Return (its default answer is OK).
     start = t.out_count()
     xdotool("mousemove", "--sync", px + RENDER_TO_FILE[0], py + RENDER_TO_FILE[1])
+    time.sleep(0.3)
     xdotool("click", "1")
-    dialog, place = dialog_window(t, panel)
+    dialog, place = dialog_window(t, panel, window)
     check(dialog is not None, "the save dialog comes up")
+    if dialog is None:
+        print([(w, t.geometry(w)) for w in xdotool("search", "--onlyvisible", "--class", "Tavok").split()], window, panel, t.stdout()[-500:], t.stderr()[-800:])
     target = os.path.join(tmp, "render")
     if dialog:
-        # Into its Name entry, at the top of the dialog, a full path.
+        # Into its Name entry, at the top of the dialog, a full path. Without a window manager
+        # the keys go to the window under the pointer, which stays on the entry.
         time.sleep(0.5)
-        xdotool("mousemove", "--sync", place[0] + place[2] // 2, place[1] + 22)
+        xdotool("mousemove", "--window", dialog, place[2] // 2, 22)
         xdotool("click", "1")
         time.sleep(0.3)
         xdotool("type", "--delay", "15", target)
