@@ -13,6 +13,7 @@
 // the passes or the dispatch, and nothing it runs while a pass is under way may set refresh.
 // Every check of the command line happens before the output file is opened, so an error
 // leaves no file behind.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -75,7 +76,9 @@ static const char usage_text[] =
     "  --mode M                 slices, cuberille, firsthit, mip, avg, rbs or ics\n"
     "                           (default cuberille)\n"
     "  --interp I               none, bilinear or trilinear (default none)\n"
-    "  --occlusion soft|hard    calculate occlusion before rendering\n"
+    "  --occlusion soft|hard    calculate occlusion before rendering (\"Precalculate\n"
+    "                           Occlusions\" with soft or hard shadows), from the light,\n"
+    "                           transfer function and isovalue the other options leave\n"
     "  --eye X,Y,Z              eye position in voxels (default: the view after loading)\n"
     "  --forward X,Y,Z          view direction\n"
     "  --look-at X,Y,Z          view direction toward this point\n"
@@ -83,7 +86,9 @@ static const char usage_text[] =
     "                           the top, so it points to the bottom of the picture\n"
     "  --preview                write the quick preview instead of the final image\n"
     "  --time                   print the preview and final times in milliseconds\n"
-    "  --bench N                render N times after a warm-up and print timings\n"
+    "  --bench N                render N times after a warm-up and print timings; with\n"
+    "                           --occlusion also N calculations, each from the field a\n"
+    "                           load leaves\n"
     "  -o, --output OUT.png     the image to write\n"
     "  -h, --help               this text\n"
     "On any error it prints one line on standard error, exits with status 2 and writes no\n"
@@ -509,7 +514,6 @@ static void check_job(const RenderJob& job)
     if (!mode_is_rendered(mode))
         fail("%s %s: this render mode is not available yet", job.mode >= 0 ? "--mode" : "render mode",
              mode_name(mode));
-    if (job.occlusion) fail("--occlusion: the occlusion calculation is not available yet");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -560,6 +564,26 @@ static void apply_camera(const RenderJob& job)
     look_along(forward, up);
 }
 
+// "Precalculate Occlusions" with shadow_kind = kind (1 soft, 2 hard), from the settings as the
+// options before it left them, waited for to its end. A light step that moves no coordinate
+// of any position in the grid would leave every ray stepping forever: it is refused.
+static void calculate_occlusion(int kind)
+{
+    float step[3], largest = 0.0f;
+    for (int a = 0; a < 3; ++a) {
+        step[a] = -light_dir[a] * shadow_stepsize;
+        largest = std::max(largest, std::fabs(step[a]));
+    }
+    // Below the spacing of floats at the grid's far corner, a step can be lost in the rounding.
+    const float far = (float)std::max(std::max(vol_x, vol_y), vol_z) + 2.0f;
+    if (!(largest >= far * 0x1p-23f))
+        fail("--occlusion: the light step -light_dir * shadow_stepsize = (%g, %g, %g) is too short to "
+             "move a ray", step[0], step[1], step[2]);
+    shadow_kind = kind;
+    start_occlusion();
+    wait_for_occlusion();
+}
+
 // Everything the job asks of the loaded volume, in the fixed order of the options.
 static void apply_job(const RenderJob& job)
 {
@@ -592,6 +616,7 @@ static void apply_job(const RenderJob& job)
     for (const SetStep& step : job.sets) apply_setting(step);
     if (job.mode >= 0) render_mode = job.mode;
     if (job.interp >= 0) interp_mode = (uint8_t)job.interp;
+    if (job.occlusion) calculate_occlusion(job.occlusion);
 
     apply_camera(job);
 }
@@ -722,6 +747,32 @@ static void exit_while_loading()
     if (loading_volume) _exit(2);
 }
 
+// N more calculations, each from the neutral field a load leaves, timed from the click to the
+// worker's end; their log lines are not printed. The field ends as the first one left it.
+static void bench_occlusion(int n)
+{
+    std::vector<double> ms;
+    fflush(stdout);
+    const int saved = dup(1), null = open("/dev/null", O_WRONLY);
+    for (int k = 0; k < n; ++k) {
+        fill_occlusion(0x80);
+        dup2(null, 1);
+        const double t0 = now_ms();
+        start_occlusion();
+        wait_for_occlusion();
+        const double t1 = now_ms();
+        fflush(stdout);
+        dup2(saved, 1);
+        ms.push_back(t1 - t0);
+    }
+    close(null);
+    close(saved);
+    std::sort(ms.begin(), ms.end());
+    const size_t m = ms.size();
+    printf("occlusion (%s): median %.3f ms, min %.3f ms, max %.3f ms\n", shadow_kind == 1 ? "soft" : "hard",
+           m % 2 ? ms[m / 2] : 0.5 * (ms[m / 2 - 1] + ms[m / 2]), ms[0], ms[m - 1]);
+}
+
 int main(int argc, char** argv)
 {
     setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -754,6 +805,7 @@ int main(int argc, char** argv)
         print_bench_line("preview", preview_ms, preview_rays);
         if (final_ms.empty()) printf("final: none\n");
         else print_bench_line("final", final_ms, final_rays);
+        if (job.occlusion) bench_occlusion(job.bench);
     }
     if (job.time) {
         printf("preview: %.3f ms\n", t.preview_ms);

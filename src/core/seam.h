@@ -17,6 +17,7 @@ void gui_pump();
 void input_pump();
 
 // Milliseconds since start (SDL_GetTicks), a short sleep (SDL_Delay), SDL_Flip of the window.
+// ticks_ms may be called from the occlusion worker too.
 unsigned ticks_ms();
 void delay_ms(unsigned ms);
 void flip_display();
@@ -31,6 +32,14 @@ void release_pointer();
 // back. Without a window: the buffers of window_width x window_height, as a resize makes them.
 // Either way refresh is set.
 void restore_window_size();
+
+// The occlusion worker's thread (SDL_CreateThread and SDL_WaitThread in the window program, a
+// std::thread without it): start_thread runs body(nullptr) on a new thread; wait_thread waits
+// until that body has returned and releases the handle, which must not be used again. A null
+// handle waits for nothing. Both are called on the main thread only.
+struct WorkerThread;
+WorkerThread* start_thread(int (*body)(void*));
+void wait_thread(WorkerThread* thread);
 
 // Widgets by their registered name. Progress bars take a fraction; entries a text, with
 // max_length > 0 also setting the entry's maximum length first; ranges and spin buttons a

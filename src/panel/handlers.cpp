@@ -44,16 +44,6 @@ static void show_vector(const char* const names[3], const float* v)
     }
 }
 
-// Every setting the occlusion worker reads is written only after this: a running worker is
-// stopped and joined, and the cancel flag is put back so that the next start runs.
-static void shadow_guard()
-{
-    if (shadow_running == 1) {
-        stop_shadow_thread();
-        shadow_cancel = 0;
-    }
-}
-
 // The render mode of a page of the 3D tabs. Page 0 is cuberille or, with the isovalue radio,
 // interpolated first hit.
 static int mode_of_3d_page(int page)
@@ -520,7 +510,8 @@ static void on_light_dir_clicked(GtkButton*, gpointer)
     take_view_direction(light_dir, entries);
 }
 
-// The shadow settings change only the next occlusion calculation: no refresh.
+// The shadow settings change only the next occlusion calculation: no refresh. They are
+// written only after shadow_guard (volume.h), so a running worker never sees them change.
 static void on_shadow_stepsize_changed(GtkRange* r, gpointer)
 {
     shadow_guard();
@@ -541,17 +532,10 @@ static void on_hard_shadow_toggled(GtkToggleButton* b, gpointer)
     shadow_kind = 2;
 }
 
-static void on_shadow_precalc_clicked(GtkButton*, gpointer)
-{
-    // "Precalculate Occlusions" starts the occlusion worker (start_occlusion), which this build
-    // does not have yet; until then the button does nothing.
-}
+// "Precalculate Occlusions" and "Blur Shadows": both stop a running calculation first.
+static void on_shadow_precalc_clicked(GtkButton*, gpointer) { start_occlusion(); }
 
-static void on_smooth_shadows_clicked(GtkButton*, gpointer)
-{
-    // "Blur Shadows" smooths the occlusion field (blur_shadows), which this build does not have
-    // yet; until then the button does nothing.
-}
+static void on_smooth_shadows_clicked(GtkButton*, gpointer) { blur_shadows(); }
 
 // ---------------------------------------------------------------------------------------------
 // Cutting tab.

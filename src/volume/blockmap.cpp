@@ -13,18 +13,16 @@
 
 uint8_t* block_empty_radius = nullptr;
 
-// Chessboard distance from every brick to the nearest solid brick, by the two-pass chamfer
-// over the 26 neighbours (exact for this metric): forward in memory order from the 13
-// neighbours before a brick, backward from the 13 after it. Solid bricks are 0; bricks
-// outside the map count as empty; distances stop growing at 255, which only understates
-// them. A brick at distance d is the centre of an empty cube of radius d - 1 (in bricks), and
-// an empty brick has d >= 1.
-static void build_empty_radius()
+// Chessboard distance from every brick to the nearest brick marked 0, in place: d holds 0 for
+// a marked brick and 255 for any other on entry. The two-pass chamfer over the 26 neighbours
+// (exact for this metric): forward in memory order from the 13 neighbours before a brick,
+// backward from the 13 after it. Bricks outside the map count as unmarked; distances stop
+// growing at 255, which only understates them. So a brick at distance r >= 1 is the centre of
+// a cube of radius r - 1 (in bricks) that holds no marked brick. Also used by the occlusion
+// worker, with its own marks.
+void brick_distances(uint8_t* d, uint32_t bx, uint32_t by, uint32_t bz)
 {
-    const int nx = (int)block_x, ny = (int)block_y, nz = (int)block_z;
-    uint8_t* d = block_empty_radius;
-    const size_t cells = (size_t)block_x * block_y * block_z;
-    for (size_t i = 0; i < cells; ++i) d[i] = block_map[i] ? 0 : 255;
+    const int nx = (int)bx, ny = (int)by, nz = (int)bz;
     auto at = [&](int x, int y, int z) -> size_t { return ((size_t)x * nz + z) * ny + y; };
     auto pass = [&](int sign) {
         const int x0 = sign > 0 ? 0 : nx - 1, z0 = sign > 0 ? 0 : nz - 1, y0 = sign > 0 ? 0 : ny - 1;
@@ -50,8 +48,16 @@ static void build_empty_radius()
     };
     pass(1);
     pass(-1);
-    // Store the radius of the empty cube, d - 1; solid bricks keep 0 and are told apart by
-    // block_map.
+}
+
+// The radius of the empty cube around every brick: the distance to the nearest solid brick,
+// less one; solid bricks keep 0 and are told apart by block_map.
+static void build_empty_radius()
+{
+    uint8_t* d = block_empty_radius;
+    const size_t cells = (size_t)block_x * block_y * block_z;
+    for (size_t i = 0; i < cells; ++i) d[i] = block_map[i] ? 0 : 255;
+    brick_distances(d, block_x, block_y, block_z);
     for (size_t i = 0; i < cells; ++i)
         if (d[i]) d[i] -= 1;
 }
@@ -84,7 +90,7 @@ void build_block_map()
             const uint32_t* row = v + ((size_t)x * vol_z + z) * vol_y;
             uint32_t* cell = block_map + ((size_t)(x >> 3) * block_z + (z >> 3)) * block_y;
             for (uint32_t y = 0; y < vol_y; ++y)
-                if (row[y] & density_mask) cell[y >> 3] = 1;
+                if (voxel_word(row, y) & density_mask) cell[y >> 3] = 1;
         }
 
     build_empty_radius();

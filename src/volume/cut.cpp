@@ -77,10 +77,7 @@ void apply_cut()
 {
     // The one departure from the other bulk changes' order: the worker goes first here too,
     // so that it can't write back old occlusion for a voxel the cut erases.
-    if (shadow_running == 1) {
-        stop_shadow_thread();
-        shadow_cancel = 0;
-    }
+    shadow_guard();
     if (cut_kind == 1) {
         const float plane[4] = {cut_plane_n[0], cut_plane_n[1], cut_plane_n[2], cut_plane_d};
         cut_with_plane(plane);

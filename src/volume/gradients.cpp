@@ -28,12 +28,12 @@ void calc_gradients()
             for (uint32_t y = 0; y < ny; ++y) {
                 int64_t i = row + y;
                 // A neighbour outside the grid counts as density 0.
-                float xm = x > 0 ? (float)(v[i - sx] & density_mask) : 0.0f;
-                float xp = x < nx - 1 ? (float)(v[i + sx] & density_mask) : 0.0f;
-                float ym = y > 0 ? (float)(v[i - 1] & density_mask) : 0.0f;
-                float yp = y < ny - 1 ? (float)(v[i + 1] & density_mask) : 0.0f;
-                float zm = z > 0 ? (float)(v[i - sz] & density_mask) : 0.0f;
-                float zp = z < nz - 1 ? (float)(v[i + sz] & density_mask) : 0.0f;
+                float xm = x > 0 ? (float)(voxel_word(v, i - sx) & density_mask) : 0.0f;
+                float xp = x < nx - 1 ? (float)(voxel_word(v, i + sx) & density_mask) : 0.0f;
+                float ym = y > 0 ? (float)(voxel_word(v, i - 1) & density_mask) : 0.0f;
+                float yp = y < ny - 1 ? (float)(voxel_word(v, i + 1) & density_mask) : 0.0f;
+                float zm = z > 0 ? (float)(voxel_word(v, i - sz) & density_mask) : 0.0f;
+                float zp = z < nz - 1 ? (float)(voxel_word(v, i + sz) & density_mask) : 0.0f;
                 float gx = (xp - xm) * 0.5f;
                 float gy = (yp - ym) * 0.5f;
                 float gz = (zp - zm) * 0.5f;

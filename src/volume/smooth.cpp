@@ -12,6 +12,9 @@
 #include "transfer/transfer.h"
 #include "volume/volume.h"
 
+// The words are read and changed atomically, the field's bits only: the pumps in here run panel
+// handlers, and "Precalculate Occlusions" among them starts a worker that rewrites the upper
+// half of the same words meanwhile.
 void smooth_field(uint32_t* words, uint32_t mask, int shift)
 {
     const int nx = (int)vol_x, ny = (int)vol_y, nz = (int)vol_z;
@@ -27,8 +30,9 @@ void smooth_field(uint32_t* words, uint32_t mask, int shift)
         for (int x = 0; x < nx; ++x)
             for (int y = 0; y < ny; ++y) {
                 int64_t i = (x * sx) + z * sz + y;
-                copy[i] = (uint16_t)((words[i] & mask) >> shift);
-                words[i] &= ~mask;
+                const uint32_t field = voxel_word(words, i) & mask;
+                copy[i] = (uint16_t)(field >> shift);
+                if (field) __atomic_fetch_and(words + i, ~mask, __ATOMIC_RELAXED);
             }
     }
 
@@ -51,7 +55,7 @@ void smooth_field(uint32_t* words, uint32_t mask, int shift)
                 uint32_t value = sum / 27;
                 // Counted before the noise threshold, as the loader counts.
                 histo[value] += 1;
-                if (value >= 500) words[i] |= value << shift;
+                if (value >= 500) __atomic_fetch_or(words + i, value << shift, __ATOMIC_RELAXED);
             }
     }
     free(copy);
@@ -62,10 +66,7 @@ void blur_data()
 {
     if (!voxels || !volume_loaded) return;
     // The worker writes the same words: it must be gone before the filter runs.
-    if (shadow_running == 1) {
-        stop_shadow_thread();
-        shadow_cancel = 0;
-    }
+    shadow_guard();
     set_progress("GUIprogressBarSmoothenData", 0.0);
     gui_pump();
     smooth_field(voxels, 4095, 0);

@@ -103,6 +103,10 @@ extern uint8_t* block_empty_radius;
 
 void calc_gradients();
 void build_block_map();
+// Chessboard distance, in bricks, from every brick of a bx x by x bz map (brick order as
+// block_map) to the nearest brick whose entry is 0, in place; other entries must be 255 on
+// entry. Bricks outside the map don't count; distances stop at 255.
+void brick_distances(uint8_t* d, uint32_t bx, uint32_t by, uint32_t bz);
 // 3 x 3 x 3 box filter over the field (word & mask) >> shift, in place; recounts histo.
 void smooth_field(uint32_t* words, uint32_t mask, int shift);
 // "Blur Data": one smoothing pass and everything that depends on the densities.
@@ -122,8 +126,39 @@ void cut_with_sphere(const float* sphere, int side);
 void apply_cut();
 
 // ---------------------------------------------------------------------------------------------
-// The occlusion worker. Anything that frees or rewrites voxel words, or changes a setting the
-// worker reads, first stops it: shadow_cancel = 1 and wait for the thread to end (a thread
-// never started is not waited for). shadow_cancel stays 1 afterwards.
+// Occlusion: how much light reaches each voxel, 0 (none) to 255 (all), in bits 16-23 of its
+// word, bits 24-31 at 0. A load fills in 0x80; "Precalculate Occlusions" starts a worker thread
+// that shoots a ray from every voxel toward the light and stores what it finds.
+//
+// The worker shares the words with the render passes and writes only their upper half, with
+// relaxed atomic read-modify-writes; it never writes the density bits. Anything that frees or
+// rewrites voxel words in bulk, or changes a setting the worker reads, first stops it.
 extern std::atomic<float> shadow_progress;  // fraction done, 0 when idle; shown every frame
+// "Precalculate Occlusions": logs "calculating occlusion"; with a volume, ends a running
+// calculation, clears shadow_cancel, zeroes the shadow bar and starts the worker.
+void start_occlusion();
+// Logs "started shadow-calc thread", sets shadow_running and starts shadow_worker on a thread of
+// its own. What the calculation reads besides the grid (light step, model, isovalue, opacity
+// table) is copied here, on the main thread, so that later changes don't reach it.
+void start_shadow_thread();
+// The calculation (the thread's body; its argument is ignored, it returns 0): every voxel, z
+// outermost, then y, x innermost; at the end shadow_progress = 0, the "finished" log line,
+// refresh = 1 and shadow_running = 0. It ends early, keeping what it stored so far, when it
+// sees shadow_cancel before a voxel that needs a ray.
+int shadow_worker(void* data);
+// shadow_cancel = 1 and wait until the worker has ended (a worker never started, or already
+// waited for, is not waited for). shadow_cancel stays 1. Main thread only.
 void stop_shadow_thread();
+// The shadow guard of the handlers: a running worker is stopped and waited for, and the cancel
+// flag is put back to 0 so that the next start runs. Every setting the worker reads is written
+// only after it.
+void shadow_guard();
+// Waits until the running calculation has finished by itself, without cancelling it: for
+// tavok-render and the tests. Main thread only.
+void wait_for_occlusion();
+// 3 x 3 x 3 box filter of the occlusion field over the voxels two or more in from every face;
+// the two outer layers end at 0. Pumps the panel once per z layer of its first pass.
+void smooth_occlusion();
+// "Blur Shadows": with a volume, stops the worker (shadow guard), then smooth_occlusion between
+// two zeroings of its bar, and refresh.
+void blur_shadows();

@@ -1,6 +1,7 @@
 // display.cpp — the SDL window: opening, resizing (and going back to its size after a refused
-// resize), cursors, icon, and the window doors of seam.h (clock, flip, closing). Owns screen and the cursors; the frame buffers it sizes
-// belong to render_state.cpp.
+// resize), cursors, icon, and the window doors of seam.h (clock, flip, closing, the occlusion
+// worker's thread). Owns screen and the cursors; the frame buffers it sizes belong to
+// render_state.cpp.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -133,6 +134,17 @@ void restore_window_size()
 }
 
 unsigned ticks_ms() { return SDL_GetTicks(); }
+
+// The handle is SDL's own thread record behind the opaque name of seam.h.
+WorkerThread* start_thread(int (*body)(void*))
+{
+    return reinterpret_cast<WorkerThread*>(SDL_CreateThread(body, nullptr));
+}
+
+void wait_thread(WorkerThread* thread)
+{
+    if (thread) SDL_WaitThread(reinterpret_cast<SDL_Thread*>(thread), nullptr);
+}
 void delay_ms(unsigned ms) { SDL_Delay(ms); }
 void flip_display() { SDL_Flip(screen); }
 

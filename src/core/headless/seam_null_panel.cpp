@@ -12,15 +12,25 @@
 const char* null_chooser_name = nullptr;
 unsigned null_gui_pumps = 0;
 double null_progress_render = 0.0;
+double null_progress_shadow = 0.0;
+double null_progress_smooth_shadow = 0.0;
 char null_render_time[32];
 char null_vol_dim[32];
 char null_load_message[8192];
 
-void gui_pump() { ++null_gui_pumps; }
+void (*null_pump_hook)() = nullptr;
+
+void gui_pump()
+{
+    ++null_gui_pumps;
+    if (null_pump_hook) null_pump_hook();
+}
 
 void set_progress(const char* name, double fraction)
 {
     if (strcmp(name, "GUIprogressBar") == 0) null_progress_render = fraction;
+    if (strcmp(name, "GUIprogressBarShadow") == 0) null_progress_shadow = fraction;
+    if (strcmp(name, "GUIprogressBarSmoothenShadow") == 0) null_progress_smooth_shadow = fraction;
 }
 
 void set_entry_text(const char* name, const char* text, int max_length)
