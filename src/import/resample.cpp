@@ -58,6 +58,8 @@ static LerpAxis lerp_axis(uint32_t n_in, uint32_t n_out, double step, size_t str
     return axis;
 }
 
+// Every interpolated value lies between samples of 0 or more, so truncating value + 0.5 is
+// rounding half up.
 void resample_trilinear(const Grid16& in, const double step[3], const uint32_t n[3], Grid16& out)
 {
     for (int a = 0; a < 3; ++a) out.n[a] = n[a];
@@ -68,6 +70,18 @@ void resample_trilinear(const Grid16& in, const double step[3], const uint32_t n
     const LerpAxis az = lerp_axis(in.n[2], n[2], step[2], sz);
     const uint16_t* v = in.v.data();
     uint16_t* o = out.v.data();
+    if (step[0] == 1.0 && step[1] == 1.0 && n[0] == in.n[0] && n[1] == in.n[1]) {
+        // Only z changes (the usual CT: square pixels, thicker slices): with no weight in x and
+        // y the general formula is e + (f - e) * wz of two input slices, computed here alike.
+        for (uint32_t z = 0; z < n[2]; ++z) {
+            const uint16_t* e = v + az.lower[z];
+            const uint16_t* f = v + az.upper[z];
+            const double wz = az.weight[z];
+            for (size_t i = 0; i < sz; ++i) *o++ = (uint16_t)(e[i] + (f[i] - e[i]) * wz + 0.5);
+            report_progress((z + 1.0) / n[2]);
+        }
+        return;
+    }
     for (uint32_t z = 0; z < n[2]; ++z) {
         const size_t z0 = az.lower[z], z1 = az.upper[z];
         const double wz = az.weight[z];
@@ -87,7 +101,7 @@ void resample_trilinear(const Grid16& in, const double step[3], const uint32_t n
                 double d = p11[x0] + (p11[x1] - p11[x0]) * wx;
                 double e = a + (b - a) * wy;
                 double f = c + (d - c) * wy;
-                *o++ = (uint16_t)floor(e + (f - e) * wz + 0.5);
+                *o++ = (uint16_t)(e + (f - e) * wz + 0.5);
             }
         }
         report_progress((z + 1.0) / n[2]);
