@@ -37,7 +37,11 @@ static bool ends_with(const char* name, const char* tail)
 static bool load_scan(const char* path)
 {
     ImportedVolume volume;
-    if (!import_volume(path, volume, volume_memory_budget())) return false;
+    if (!import_volume(path, volume, volume_memory_budget())) {
+        // The importer printed why; the panel shows it as it shows a loader's refusal.
+        snprintf(load_refusal, sizeof load_refusal, "%s", import_refusal);
+        return false;
+    }
     replace_grid(volume.size[0], volume.size[1], volume.size[2]);
     bool stored = store_samples(volume.samples.data());
     assert(stored && "the importer clamps every sample to 0..4095");

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <cerrno>
+#include <cstdarg>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -21,9 +22,21 @@
 ImportOptions import_options;
 void (*import_progress)(double fraction) = nullptr;
 
+char import_refusal[4096];
+
 void report_progress(double fraction)
 {
     if (import_progress) import_progress(fraction);
+}
+
+bool refuse_import(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    vsnprintf(import_refusal, sizeof import_refusal, format, args);
+    va_end(args);
+    printf("%s\n", import_refusal);
+    return false;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -321,7 +334,12 @@ static bool write_all(int fd, const void* data, size_t bytes)
         memcpy(h.axis, src.axis, sizeof h.axis);
         size_t bytes = (size_t)src.size[0] * src.size[1] * src.size[2] * sample_bytes(src.type);
         ok = write_all(memory_file, &h, sizeof h) && write_all(memory_file, src.data, bytes);
-        if (!ok) printf("can't read %s: no memory to hand its samples over\n", path);
+        if (!ok) refuse_import("can't read %s: no memory to hand its samples over", path);
+    }
+    if (!ok) {
+        // The parent takes the reason from the start of the memory file.
+        ftruncate(memory_file, 0);
+        pwrite(memory_file, import_refusal, strlen(import_refusal), 0);
     }
     fflush(stdout);
     _exit(ok ? 0 : 1);
@@ -362,9 +380,13 @@ static bool read_in_child(bool (*reader)(const char*, SourceVolume&), const char
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     bool ok = false;
-    if (WIFSIGNALED(status)) {
-        printf("can't read %s: %s failed on it (signal %d): the file is damaged or not what its "
-               "name says\n", path, name, WTERMSIG(status));
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 1) {
+        // The child printed its message; keep it here too.
+        ssize_t n = pread(memory_file, import_refusal, sizeof import_refusal - 1, 0);
+        import_refusal[n > 0 ? n : 0] = 0;
+    } else if (WIFSIGNALED(status)) {
+        refuse_import("can't read %s: %s failed on it (signal %d): the file is damaged or not what its "
+               "name says", path, name, WTERMSIG(status));
     } else if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
         HandOver h;
         ok = pread(memory_file, &h, sizeof h, 0) == (ssize_t)sizeof h;
@@ -387,7 +409,7 @@ static bool read_in_child(bool (*reader)(const char*, SourceVolume&), const char
             memcpy(src.axis, h.axis, sizeof src.axis);
             src.hounsfield = h.hounsfield;
         } else {
-            printf("can't read %s: not enough memory for its samples\n", path);
+            refuse_import("can't read %s: not enough memory for its samples", path);
         }
     }
     close(memory_file);
@@ -402,9 +424,10 @@ static const char* const axis_names = "ijk";
 bool import_volume(const char* path, ImportedVolume& out, uint64_t memory_budget)
 {
     grid_budget = memory_budget;
+    import_refusal[0] = 0;
     struct stat st;
     if (stat(path, &st) != 0) {
-        printf("can't open file %s\n", path);
+        refuse_import("can't open file %s", path);
         return false;
     }
     SourceVolume src;
@@ -415,8 +438,8 @@ bool import_volume(const char* path, ImportedVolume& out, uint64_t memory_budget
     case Format::nrrd: ok = read_in_child(read_nrrd, "teem", path, src); break;
     case Format::raw: ok = read_raw(path, src); break;
     case Format::none:
-        printf("can't read %s: no reader recognises it (DICOM, NIfTI, NRRD; raw samples need "
-               "--raw X,Y,Z,TYPE)\n", path);
+        refuse_import("can't read %s: no reader recognises it (DICOM, NIfTI, NRRD; raw samples need "
+               "--raw X,Y,Z,TYPE)", path);
         return false;
     }
     if (!ok) return false;

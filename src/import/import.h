@@ -64,6 +64,10 @@ bool is_import_path(const char* path);
 // voxel, margin included): a larger grid is reduced like one beyond --max-size.
 bool import_volume(const char* path, ImportedVolume& out, uint64_t memory_budget = 0);
 
+// Why the latest import failed: its message, without the newline (empty after a good one). The
+// load path shows it in the panel.
+extern char import_refusal[4096];
+
 // Called with the fraction done, 0..1, while slices are read and the grid is resampled; null
 // by default. tavok-import draws a bar on the terminal with it; tavok shows GUIprogressBar.
 extern void (*import_progress)(double fraction);

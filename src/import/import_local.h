@@ -38,6 +38,8 @@ bool read_nifti(const char* path, SourceVolume& src);
 bool read_nrrd(const char* path, SourceVolume& src);
 bool read_raw(const char* path, SourceVolume& src);
 void report_progress(double fraction);
+// A failure: prints the message as a log line, keeps it in import_refusal, returns false.
+bool refuse_import(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // A 16-bit grid, x fastest, then y, then z.
 struct Grid16 {

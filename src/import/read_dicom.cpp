@@ -112,7 +112,7 @@ static bool find_series(const char* path, bool is_folder, gdcm::Scanner& scanner
     std::string uid;
     if (!is_folder) {
         if (!scanner.IsKey(path)) {
-            printf("can't read %s: not a DICOM file that GDCM can read\n", path);
+            refuse_import("can't read %s: not a DICOM file that GDCM can read", path);
             return false;
         }
         uid = trimmed(scanner.GetValue(path, tag_series_uid));
@@ -126,7 +126,7 @@ static bool find_series(const char* path, bool is_folder, gdcm::Scanner& scanner
         if (scanner.IsKey(name.c_str()))
             series[trimmed(scanner.GetValue(name.c_str(), tag_series_uid))].push_back(name);
     if (series.empty()) {
-        printf("can't read %s: it holds no DICOM files\n", path);
+        refuse_import("can't read %s: it holds no DICOM files", path);
         return false;
     }
     if (is_folder) {
@@ -172,8 +172,8 @@ static bool sort_slices(const char* path, const gdcm::Scanner& scanner,
         s.path = f;
         double p[3] = {0, 0, 0};
         if (!parse_numbers(scanner.GetValue(f.c_str(), tag_position), p, 3) && files.size() > 1) {
-            printf("can't read series %s: slice %s has no image position, so the slices can't be "
-                   "stacked\n", path, file_name(f).c_str());
+            refuse_import("can't read series %s: slice %s has no image position, so the slices can't be "
+                   "stacked", path, file_name(f).c_str());
             return false;
         }
         s.position = p[0] * normal[0] + p[1] * normal[1] + p[2] * normal[2];
@@ -187,7 +187,7 @@ static bool sort_slices(const char* path, const gdcm::Scanner& scanner,
     for (size_t i = 1; i < slices.size(); ++i) steps.push_back(slices[i].position - slices[i - 1].position);
     for (size_t i = 0; i < steps.size(); ++i)
         if (steps[i] < 0.001) {
-            printf("can't read series %s: slices %s and %s stand at the same position (%.4g mm)\n",
+            refuse_import("can't read series %s: slices %s and %s stand at the same position (%.4g mm)",
                    path, file_name(slices[i].path).c_str(), file_name(slices[i + 1].path).c_str(),
                    slices[i].position);
             return false;
@@ -200,12 +200,12 @@ static bool sort_slices(const char* path, const gdcm::Scanner& scanner,
         if (fabs(steps[i] - spacing) <= 0.1 * spacing) continue;
         std::string a = file_name(slices[i].path), b = file_name(slices[i + 1].path);
         if (steps[i] > spacing)
-            printf("can't read series %s: a gap of %.4g mm between slices %s and %s, where the "
-                   "others are %.4g mm apart (a slice is missing)\n", path, steps[i], a.c_str(),
+            refuse_import("can't read series %s: a gap of %.4g mm between slices %s and %s, where the "
+                   "others are %.4g mm apart (a slice is missing)", path, steps[i], a.c_str(),
                    b.c_str(), spacing);
         else
-            printf("can't read series %s: slices %s and %s are %.4g mm apart, the others %.4g mm "
-                   "(uneven spacing)\n", path, a.c_str(), b.c_str(), steps[i], spacing);
+            refuse_import("can't read series %s: slices %s and %s are %.4g mm apart, the others %.4g mm "
+                   "(uneven spacing)", path, a.c_str(), b.c_str(), steps[i], spacing);
         return false;
     }
     return true;
@@ -276,7 +276,7 @@ static bool read_slice(const char* series, const std::string& path, const SliceF
     gdcm::ImageReader reader;
     reader.SetFileName(path.c_str());
     if (!reader.Read()) {
-        printf("can't read %s: not a DICOM image that GDCM can read\n", path.c_str());
+        refuse_import("can't read %s: not a DICOM image that GDCM can read", path.c_str());
         return false;
     }
     const gdcm::Image& image = reader.GetImage();
@@ -289,48 +289,48 @@ static bool read_slice(const char* series, const std::string& path, const SliceF
     }
     SampleType type;
     if (!sample_type_of(pf, type)) {
-        printf("can't read %s: samples of type %s are not supported\n", path.c_str(),
+        refuse_import("can't read %s: samples of type %s are not supported", path.c_str(),
                pf.GetScalarTypeAsString());
         return false;
     }
     if (first) {
         if (form.dims[0] != first->dims[0] || form.dims[1] != first->dims[1] || form.dims[2] != 1) {
-            printf("can't read series %s: slice %s is %u x %u x %u, the first is %u x %u x %u\n",
+            refuse_import("can't read series %s: slice %s is %u x %u x %u, the first is %u x %u x %u",
                    series, name.c_str(), form.dims[0], form.dims[1], form.dims[2],
                    first->dims[0], first->dims[1], first->dims[2]);
             return false;
         }
         if (form.scalar != first->scalar) {
-            printf("can't read series %s: slice %s holds samples of another type than the first\n",
+            refuse_import("can't read series %s: slice %s holds samples of another type than the first",
                    series, name.c_str());
             return false;
         }
         for (int i = 0; i < 6; ++i)
             if (fabs(form.cosines[i] - first->cosines[i]) > 1e-3) {
-                printf("can't read series %s: slice %s lies at another orientation than the first\n",
+                refuse_import("can't read series %s: slice %s lies at another orientation than the first",
                        series, name.c_str());
                 return false;
             }
         for (int i = 0; i < 2; ++i)
             if (fabs(form.spacing[i] - first->spacing[i]) > 1e-3 * first->spacing[i]) {
-                printf("can't read series %s: slice %s has pixels of %g x %g mm, the first %g x %g mm\n",
+                refuse_import("can't read series %s: slice %s has pixels of %g x %g mm, the first %g x %g mm",
                        series, name.c_str(), form.spacing[0], form.spacing[1],
                        first->spacing[0], first->spacing[1]);
                 return false;
             }
     }
     if (image.GetBufferLength() != slot_bytes) {
-        printf("can't read %s: its pixel data have %zu bytes where %zu were expected\n",
+        refuse_import("can't read %s: its pixel data have %zu bytes where %zu were expected",
                path.c_str(), (size_t)image.GetBufferLength(), slot_bytes);
         return false;
     }
     if (ends_early(reader, path.c_str())) {
-        printf("can't read %s: the file ends early, its pixel data are cut short\n", path.c_str());
+        refuse_import("can't read %s: the file ends early, its pixel data are cut short", path.c_str());
         return false;
     }
     if (!image.GetBuffer((char*)slot)) {
-        printf("can't read %s: GDCM can't decode its pixel data (%s): damaged, cut short or an "
-               "unsupported compression\n", path.c_str(), image.GetTransferSyntax().GetString());
+        refuse_import("can't read %s: GDCM can't decode its pixel data (%s): damaged, cut short or an "
+               "unsupported compression", path.c_str(), image.GetTransferSyntax().GetString());
         return false;
     }
     slope = image.GetSlope();
@@ -359,7 +359,7 @@ bool read_dicom(const char* path, SourceVolume& src)
     gdcm::Trace::DebugOff();
     struct stat st;
     if (stat(path, &st) != 0) {
-        printf("can't read %s: no such file or folder\n", path);
+        refuse_import("can't read %s: no such file or folder", path);
         return false;
     }
     bool is_folder = S_ISDIR(st.st_mode);
@@ -391,12 +391,12 @@ bool read_dicom(const char* path, SourceVolume& src)
         gdcm::ImageReader reader;
         reader.SetFileName(slices[0].path.c_str());
         if (!reader.Read()) {
-            printf("can't read %s: not a DICOM image that GDCM can read\n", slices[0].path.c_str());
+            refuse_import("can't read %s: not a DICOM image that GDCM can read", slices[0].path.c_str());
             return false;
         }
         first = form_of(reader.GetImage());
         if (first.dims[2] > 1 && slices.size() > 1) {
-            printf("can't read series %s: it is made of multi-frame files\n", path);
+            refuse_import("can't read series %s: it is made of multi-frame files", path);
             return false;
         }
         const gdcm::PixelFormat& pf = reader.GetImage().GetPixelFormat();
@@ -412,7 +412,7 @@ bool read_dicom(const char* path, SourceVolume& src)
     size_t slot_bytes = per_slice * sample_bytes(src.type);
     src.data = malloc(slot_bytes * slices.size());
     if (!src.data) {
-        printf("can't read %s: not enough memory for %zu slices of %u x %u\n", path, slices.size(),
+        refuse_import("can't read %s: not enough memory for %zu slices of %u x %u", path, slices.size(),
                first.dims[0], first.dims[1]);
         return false;
     }
@@ -433,7 +433,7 @@ bool read_dicom(const char* path, SourceVolume& src)
     } else {
         float* values = (float*)malloc(per_slice * slices.size() * sizeof(float));
         if (!values) {
-            printf("can't read %s: not enough memory to rescale its slices\n", path);
+            refuse_import("can't read %s: not enough memory to rescale its slices", path);
             return false;
         }
         switch (src.type) {

@@ -42,7 +42,7 @@ bool read_nifti(const char* path, SourceVolume& src)
     nifti_set_debug_level(0);
     nifti_image* nim = nifti_image_read(path, 0);
     if (!nim) {
-        printf("can't read %s: not a NIfTI file that niftilib can read\n", path);
+        refuse_import("can't read %s: not a NIfTI file that niftilib can read", path);
         return false;
     }
     struct Closer {
@@ -51,15 +51,15 @@ bool read_nifti(const char* path, SourceVolume& src)
     } closer{nim};
 
     if (!sample_type_of(nim->datatype, src.type)) {
-        printf("can't read %s: samples of type %s are not supported (grey-scale integers and "
-               "floats are)\n", path, nifti_datatype_string(nim->datatype));
+        refuse_import("can't read %s: samples of type %s are not supported (grey-scale integers and "
+               "floats are)", path, nifti_datatype_string(nim->datatype));
         return false;
     }
     int64_t n[3] = {nim->nx, nim->ny, nim->nz};
     for (int a = 0; a < 3; ++a) {
         if (nim->ndim < a + 1) n[a] = 1;
         if (n[a] < 1 || n[a] > 65535) {
-            printf("can't read %s: a size of %lld along axis %d\n", path, (long long)n[a], a + 1);
+            refuse_import("can't read %s: a size of %lld along axis %d", path, (long long)n[a], a + 1);
             return false;
         }
         src.size[a] = (uint32_t)n[a];
@@ -75,7 +75,7 @@ bool read_nifti(const char* path, SourceVolume& src)
     long long needed = (long long)nim->iname_offset + (long long)nim->nbyper * n[0] * n[1] * n[2];
     long long have = uncompressed_length(nim);
     if (have >= 0 && have < needed) {
-        printf("can't read %s: the file ends early (%lld bytes, the first volume needs %lld)\n",
+        refuse_import("can't read %s: the file ends early (%lld bytes, the first volume needs %lld)",
                nim->iname, have, needed);
         return false;
     }
@@ -85,7 +85,7 @@ bool read_nifti(const char* path, SourceVolume& src)
     int64_t got = nifti_read_collapsed_image(nim, dims, &data);
     if (got < 0 || data == nullptr) {
         free(data);
-        printf("can't read %s: its samples end early or are damaged\n", path);
+        refuse_import("can't read %s: its samples end early or are damaged", path);
         return false;
     }
     src.data = data;

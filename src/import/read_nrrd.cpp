@@ -56,14 +56,14 @@ bool read_nrrd(const char* path, SourceVolume& src)
         std::string why = teem_error();
         if (why.find("read") != std::string::npos || why.find("short") != std::string::npos ||
             why.find("EOF") != std::string::npos)
-            printf("can't read %s: the data end early or can't be read (%s)\n", path, why.c_str());
+            refuse_import("can't read %s: the data end early or can't be read (%s)", path, why.c_str());
         else
-            printf("can't read %s: not an NRRD file that teem can read (%s)\n", path, why.c_str());
+            refuse_import("can't read %s: not an NRRD file that teem can read (%s)", path, why.c_str());
         return false;
     }
     if (!sample_type_of(nrrd->type, src.type)) {
-        printf("can't read %s: samples of NRRD type %d are not supported (grey-scale integers "
-               "and floats are)\n", path, nrrd->type);
+        refuse_import("can't read %s: samples of NRRD type %d are not supported (grey-scale integers "
+               "and floats are)", path, nrrd->type);
         return false;
     }
 
@@ -84,7 +84,7 @@ bool read_nrrd(const char* path, SourceVolume& src)
         if (keep[a] || nrrd->dim <= 1) continue;
         Nrrd* sliced = nrrdNew();
         if (nrrdSlice(sliced, nrrd, (unsigned)a, 0)) {
-            printf("can't read %s: %s\n", path, teem_error().c_str());
+            refuse_import("can't read %s: %s", path, teem_error().c_str());
             nrrdNuke(sliced);
             return false;
         }
@@ -110,7 +110,7 @@ bool read_nrrd(const char* path, SourceVolume& src)
         }
         const NrrdAxisInfo& axis = nrrd->axis[a];
         if (axis.size < 1 || axis.size > 65535) {
-            printf("can't read %s: a size of %zu along axis %u\n", path, axis.size, a + 1);
+            refuse_import("can't read %s: a size of %zu along axis %u", path, axis.size, a + 1);
             return false;
         }
         src.size[a] = (uint32_t)axis.size;

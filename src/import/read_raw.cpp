@@ -15,7 +15,7 @@ bool read_raw(const char* path, SourceVolume& src)
     const ImportOptions& o = import_options;
     FILE* file = fopen(path, "rb");
     if (!file) {
-        printf("can't open file %s\n", path);
+        refuse_import("can't open file %s", path);
         return false;
     }
     fseek(file, 0, SEEK_END);
@@ -25,7 +25,7 @@ bool read_raw(const char* path, SourceVolume& src)
     size_t slice = (size_t)o.raw_size[0] * o.raw_size[1] * bytes;
     long long needed = (long long)slice * o.raw_size[2];
     if (have < needed) {
-        printf("can't read %s: the file ends early (%lld bytes, %u x %u x %u samples of %s need %lld)\n",
+        refuse_import("can't read %s: the file ends early (%lld bytes, %u x %u x %u samples of %s need %lld)",
                path, have, o.raw_size[0], o.raw_size[1], o.raw_size[2], sample_type_name(o.raw_type),
                needed);
         fclose(file);
@@ -36,14 +36,14 @@ bool read_raw(const char* path, SourceVolume& src)
                have - needed, o.raw_size[0], o.raw_size[1], o.raw_size[2]);
     src.data = malloc((size_t)needed);
     if (!src.data) {
-        printf("can't read %s: not enough memory for %lld bytes\n", path, needed);
+        refuse_import("can't read %s: not enough memory for %lld bytes", path, needed);
         fclose(file);
         return false;
     }
     // Slice by slice, so that a long read shows its progress.
     for (uint32_t z = 0; z < o.raw_size[2]; ++z) {
         if (fread((char*)src.data + z * slice, 1, slice, file) != slice) {
-            printf("can't read %s: reading slice %u failed\n", path, z);
+            refuse_import("can't read %s: reading slice %u failed", path, z);
             fclose(file);
             return false;
         }

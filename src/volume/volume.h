@@ -44,8 +44,8 @@ extern uint64_t volume_memory_limit;
 uint64_t volume_memory_budget();
 
 // Why the latest file was refused: the message its loader printed, without the newline; empty
-// when no file was refused since the last good load. Written by refuse_volume and cleared by
-// the load path; read by the load path (for the panel) and tavok-render (for standard error).
+// when no file was refused since the last good load. Written by refuse_volume (and by the
+// load path with the importer's reason) and cleared by the load path; read by the load path (for the panel) and tavok-render (for standard error).
 extern char load_refusal[8192];
 // A loader's refusal: prints the message as a log line on standard output, keeps it in
 // load_refusal and returns false, for the loader to return.

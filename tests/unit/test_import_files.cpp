@@ -666,6 +666,9 @@ TEST(ImportLoad, AFailedImportLeavesTheOldVolume)
     EXPECT_TRUE(std::vector<uint32_t>(histo, histo + 4096) == old_histo);
     EXPECT_EQ(std::string(null_vol_dim), old_dims);
     EXPECT_EQ(std::string(last_volume_path), dat);
+    // The reason, from the reader's process, is the one the panel shows.
+    EXPECT_EQ(std::string(load_refusal), "can't read " + bad + ": not a NIfTI file that niftilib can read");
+    EXPECT_EQ(std::string(import_refusal), std::string(load_refusal));
     remove(bad.c_str());
     remove(dat.c_str());
 }
