@@ -391,7 +391,7 @@ def test_errors(volume, modes):
         ([volume, "--frob"], "unknown option '--frob'", "unknown option"),
         ([volume, "-x"], "unknown option '-x'", "unknown short option"),
         ([os.path.join(TMP, "missing.dat")], "can't read", "missing volume file"),
-        ([TMP], "can't load " + TMP, "a folder without a DICOM series as volume"),
+        ([TMP], "can't read %s: it holds no DICOM files" % TMP, "a folder without a DICOM series as volume"),
         ([volume, volume], "only one volume", "two volumes"),
         (["--size", "10x10"], "no volume given", "no volume"),
         ([volume, "--size", "0x10"], "from 1 to 16383", "width 0"),
