@@ -103,8 +103,9 @@ enum class RayStart {
 // The start of a final's ray: p is the eye when it lies in the box, otherwise the point where
 // the ray enters the box (ray_box_entry). The walk is set up from p (start_walk) with cross_t at
 // first_cross_t. A first cell outside the grid (the eye on a far face, or an entry on the far
-// edge of a face) is never read: the ray is stepped on until it is inside (enter_grid).
-template <bool keep_cross_t>
+// edge of a face) is never read: the ray is stepped on until it is inside (enter_grid); with
+// keep_prev_cross_t those steps move the walk's prev_cross_t, which the caller sets before.
+template <bool keep_cross_t, bool keep_prev_cross_t = false>
 TAVOK_INLINE RayStart start_final_ray(RayWalk& w, const GridView& g, const RayFrame& f,
                                       const float* dir, float* p, int32_t first_cross_t)
 {
@@ -115,7 +116,7 @@ TAVOK_INLINE RayStart start_final_ray(RayWalk& w, const GridView& g, const RayFr
     }
     start_walk(w, g, p, p, dir);
     w.cross_t = first_cross_t;
-    if (cell_inside(w, g) || enter_grid<keep_cross_t>(w, g)) return RayStart::in_grid;
+    if (cell_inside(w, g) || enter_grid<keep_cross_t, keep_prev_cross_t>(w, g)) return RayStart::in_grid;
     return RayStart::outside_grid;
 }
 

@@ -139,6 +139,10 @@ struct RayWalk {
     int64_t stride_x, stride_y, stride_z;  // index steps with the sign of the step
     int64_t index;                         // voxel index of the current cell, kept by strides
     int32_t cross_t;   // t of the last plane crossed; kept only by walks that ask for it
+    // cross_t before its last change, kept only by walks that ask for it (keep_prev_cross_t):
+    // the step's length along the ray. start_walk leaves it alone, so that a pass can carry
+    // it from one ray to the next.
+    int32_t prev_cross_t;
     int8_t entry_face; // axis of the last crossing, 1 x, 2 y, 3 z; -1 before the first step
     uint32_t steps;    // steps counted against max_ray_steps
     float dir[3];      // the ray's direction after the sign rule raised small components
@@ -237,7 +241,7 @@ template <> struct WalkAxis<2> {
 // (only the stepped axis is tested); the ray has then left the grid, and nothing but the
 // coordinate has moved. crossed: the step entered a new brick, which is exactly when the low
 // three bits of the coordinate are 0 after a +1 step or 7 after a -1 step.
-template <int A, bool keep_cross_t>
+template <int A, bool keep_cross_t, bool keep_prev_cross_t>
 TAVOK_INLINE bool guarded_step(RayWalk& w, const GridView& g, bool& crossed)
 {
     using X = WalkAxis<A>;
@@ -245,6 +249,7 @@ TAVOK_INLINE bool guarded_step(RayWalk& w, const GridView& g, bool& crossed)
     w.*X::cell = c;
     if ((uint32_t)c >= g.*X::size) return false;
     crossed = (c & 7) == ((w.*X::step >> 1) & 7);
+    if (keep_prev_cross_t) w.prev_cross_t = w.cross_t;
     if (keep_cross_t) w.cross_t = w.*X::t;
     w.*X::t = wrap_add(w.*X::t, w.*X::dt);
     w.index += w.*X::stride;
@@ -254,15 +259,15 @@ TAVOK_INLINE bool guarded_step(RayWalk& w, const GridView& g, bool& crossed)
 
 // The axis choice, the same everywhere: x only when strictly first, y before z only when
 // strictly below it, so z wins every tie and y wins a tie with x.
-template <bool keep_cross_t>
+template <bool keep_cross_t, bool keep_prev_cross_t = false>
 TAVOK_INLINE bool guarded_step(RayWalk& w, const GridView& g, bool& crossed)
 {
     if (w.t_x < w.t_y) {
-        if (w.t_x < w.t_z) return guarded_step<0, keep_cross_t>(w, g, crossed);
-        return guarded_step<2, keep_cross_t>(w, g, crossed);
+        if (w.t_x < w.t_z) return guarded_step<0, keep_cross_t, keep_prev_cross_t>(w, g, crossed);
+        return guarded_step<2, keep_cross_t, keep_prev_cross_t>(w, g, crossed);
     }
-    if (w.t_y < w.t_z) return guarded_step<1, keep_cross_t>(w, g, crossed);
-    return guarded_step<2, keep_cross_t>(w, g, crossed);
+    if (w.t_y < w.t_z) return guarded_step<1, keep_cross_t, keep_prev_cross_t>(w, g, crossed);
+    return guarded_step<2, keep_cross_t, keep_prev_cross_t>(w, g, crossed);
 }
 
 // The run through one empty brick: unguarded steps by the axis choice until a step enters
@@ -273,30 +278,36 @@ TAVOK_INLINE bool guarded_step(RayWalk& w, const GridView& g, bool& crossed)
 // coordinate by one, steps, index, entry_face and cross_t are set once at the end, to the
 // values that stepping them one by one gives.
 // It takes and returns the walk by value, so that the walk of the common path, whose address
-// is never taken, can live in registers.
-template <bool keep_cross_t>
+// is never taken, can live in registers. With keep_prev_cross_t the t of each step is noted,
+// so that the one before the last is at hand at the end.
+template <bool keep_cross_t, bool keep_prev_cross_t>
 [[gnu::noinline]] RayWalk run_through_brick_by_steps(RayWalk w)
 {
     int32_t x = w.x, y = w.y, z = w.z, tx = w.t_x, ty = w.t_y, tz = w.t_z;
     const int32_t sx = w.step_x, sy = w.step_y, sz = w.step_z;
     const int32_t dx = w.dt_x, dy = w.dt_y, dz = w.dt_z;
     const int32_t ex = (sx >> 1) & 7, ey = (sy >> 1) & 7, ez = (sz >> 1) & 7;
+    int32_t last_t = w.cross_t, before_last_t = w.cross_t;
     int8_t face;
     for (;;) {
         if (tx < ty) {
             if (tx < tz) {
+                if (keep_prev_cross_t) before_last_t = last_t, last_t = tx;
                 x += sx, tx = wrap_add(tx, dx);
                 if ((x & 7) == ex) { face = 1; break; }
                 continue;
             }
         } else if (ty < tz) {
+            if (keep_prev_cross_t) before_last_t = last_t, last_t = ty;
             y += sy, ty = wrap_add(ty, dy);
             if ((y & 7) == ey) { face = 2; break; }
             continue;
         }
+        if (keep_prev_cross_t) before_last_t = last_t, last_t = tz;
         z += sz, tz = wrap_add(tz, dz);
         if ((z & 7) == ez) { face = 3; break; }
     }
+    if (keep_prev_cross_t) w.prev_cross_t = before_last_t;
     const int32_t nx = (x - w.x) * sx, ny = (y - w.y) * sy, nz = (z - w.z) * sz;
     w.steps += (uint32_t)(nx + ny + nz);
     w.index += nx * w.stride_x + ny * w.stride_y + nz * w.stride_z;
@@ -340,7 +351,13 @@ TAVOK_INLINE int64_t steps_up_to(int64_t last, int64_t t, int64_t dt, float inve
 // The result is what stepping one by one gives, bit for bit, as long as no t wraps around;
 // rays whose t could wrap are stepped (run_through_brick_by_steps, one brick at a time). The
 // first cell must lie in the grid.
-template <bool keep_cross_t>
+//
+// keep_prev_cross_t: cross_t before the run's last step is the t of the step before it. Steps
+// come in the order of t, so that is the largest t of all the ray's steps but the last: the
+// last step of each other axis (its t now less its dt), the one before the last of the
+// leaving axis (e less its dt), and cross_t before the run (the step that led into it). An
+// axis that never stepped gives its t less dt, which lies at or below the ray's start.
+template <bool keep_cross_t, bool keep_prev_cross_t = false>
 TAVOK_INLINE void run_through_empty(RayWalk& w, int32_t r)
 {
     const int64_t tx = w.t_x, ty = w.t_y, tz = w.t_z, dx = w.dt_x, dy = w.dt_y, dz = w.dt_z;
@@ -361,7 +378,7 @@ TAVOK_INLINE void run_through_empty(RayWalk& w, int32_t r)
     // After the run every t is at most e + its dt: no t wraps when that stays in range.
     const int64_t dmax = dx > dy ? (dx > dz ? dx : dz) : (dy > dz ? dy : dz);
     if (((dx <= 0) | (dy <= 0) | (dz <= 0)) || e + dmax > INT32_MAX) {
-        w = run_through_brick_by_steps<keep_cross_t>(w);
+        w = run_through_brick_by_steps<keep_cross_t, keep_prev_cross_t>(w);
         return;
     }
     if (!w.have_inverse_dt) {
@@ -378,6 +395,16 @@ TAVOK_INLINE void run_through_empty(RayWalk& w, int32_t r)
     w.steps += (uint32_t)(kx + ky + kz);
     w.index += kx * w.stride_x + ky * w.stride_y + kz * w.stride_z;
     w.entry_face = (int8_t)(leaving + 1);
+    if (keep_prev_cross_t) {
+        int64_t before = w.cross_t;
+        const int64_t t_prior[3] = {tx + (kx - 1) * dx, ty + (ky - 1) * dy, tz + (kz - 1) * dz};
+        const int64_t d[3] = {dx, dy, dz};
+        for (int a = 0; a < 3; ++a) {
+            const int64_t t = a == leaving ? t_prior[a] - d[a] : t_prior[a];
+            if (t > before) before = t;
+        }
+        w.prev_cross_t = (int32_t)before;
+    }
     if (keep_cross_t) w.cross_t = (int32_t)e;
 }
 
@@ -405,9 +432,15 @@ enum class Form { final_pass, preview };
 // run_through_empty computes, cube by cube. So steps counts a visited cell, a cell of an empty
 // brick, and one more for each run of skipped cells that ends in a further empty brick:
 // max_ray_steps bounds work, not distance.
-template <Form form, bool keep_cross_t, class Visit>
+//
+// keep_prev_cross_t: prev_cross_t follows every step, skipped cells included. Such a walk
+// runs through empty space one brick at a time, never a cube of bricks, so that a ray that
+// leaves the grid through empty space stops where the step-by-step rules stop it, at the
+// first brick it enters outside the grid: the prev_cross_t it leaves behind is then the same.
+template <Form form, bool keep_cross_t, bool keep_prev_cross_t = false, class Visit>
 TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit)
 {
+    static_assert(keep_cross_t || !keep_prev_cross_t, "prev_cross_t is taken from cross_t");
     const uint32_t* const bricks = g.block_map;
     const uint8_t* const radius = g.empty_radius;
     const uint32_t limit = g.max_steps;
@@ -415,15 +448,23 @@ TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit)
     bool brick_known_solid = false;  // the current cell's brick was found solid
     for (;;) {
         bool crossed;
-        if (!guarded_step<keep_cross_t>(w, g, crossed)) return false;
+        if (!guarded_step<keep_cross_t, keep_prev_cross_t>(w, g, crossed)) return false;
         if (crossed || !brick_known_solid) {
             uint32_t brick = brick_index(w, g);
             // Empty space: run through it without reading voxels, from empty cube to empty
             // cube, until a cell lies in a solid brick or outside the grid.
             while (bricks[brick] == 0) {
-                run_through_empty<keep_cross_t>(w, radius[brick]);
+                run_through_empty<keep_cross_t, keep_prev_cross_t>(w, keep_prev_cross_t ? 0 : radius[brick]);
                 if (!cell_inside(w, g)) return false;
                 brick = brick_index(w, g);
+                if (keep_prev_cross_t && bricks[brick] == 0) {
+                    // From the first cell of a further empty brick the rules take a guarded
+                    // step (counted first), which may leave the grid before the brick ends.
+                    w.steps += 1;
+                    bool unused;
+                    if (!guarded_step<keep_cross_t, true>(w, g, unused)) return false;
+                    brick = brick_index(w, g);
+                }
             }
         }
         brick_known_solid = true;
@@ -442,12 +483,12 @@ TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit)
 // the far edge of a face) must not read it: the index lies beyond the array. Instead the ray
 // is stepped on, guarded and without visits, each step counted, until every coordinate is in
 // the grid; then the walk starts there as at a first cell. False: the ray never gets in.
-template <bool keep_cross_t>
+template <bool keep_cross_t, bool keep_prev_cross_t = false>
 TAVOK_INLINE bool enter_grid(RayWalk& w, const GridView& g)
 {
     while (!cell_inside(w, g)) {
         bool crossed;
-        if (!guarded_step<keep_cross_t>(w, g, crossed)) return false;
+        if (!guarded_step<keep_cross_t, keep_prev_cross_t>(w, g, crossed)) return false;
         w.steps += 1;
         if (w.steps >= g.max_steps) return false;
     }

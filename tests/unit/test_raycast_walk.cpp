@@ -42,6 +42,7 @@ bool reference_step(RayWalk& w, const GridView& g, int a, bool guarded)
     uint32_t size[3] = {g.size_x, g.size_y, g.size_z};
     *cell[a] += step[a];
     if (guarded && (uint32_t)*cell[a] >= size[a]) return false;
+    w.prev_cross_t = w.cross_t;
     w.cross_t = *t[a];
     *t[a] = wrap_add(*t[a], dt[a]);
     w.index += stride[a];
@@ -422,9 +423,26 @@ TEST(Walk, AgreesWithTheStepByStepReference)
                 fast_hit = walk_ray<Form::preview, true>(fast, g, record(fast_visits));
                 slow_hit = reference_walk<Form::preview>(slow, g, record(slow_visits));
             } else {
+                fast.prev_cross_t = slow.prev_cross_t = (int32_t)(rng() % 100000);
                 slow = fast;
+                RayWalk kept = fast;
                 fast_hit = walk_ray<Form::final_pass, true>(fast, g, record(fast_visits));
                 slow_hit = reference_walk<Form::final_pass>(slow, g, record(slow_visits));
+                // The walk that keeps prev_cross_t agrees with the reference at every visit and
+                // where it ends, also when it leaves the grid through empty space.
+                std::vector<int32_t> kept_prev, slow_prev;
+                RayWalk again = kept;
+                auto note = [](std::vector<int32_t>& v) {
+                    return [&v](const RayWalk& w) {
+                        v.push_back(w.prev_cross_t);
+                        return (voxels[w.index] & 0xfff) >= 4000;
+                    };
+                };
+                ASSERT_EQ((walk_ray<Form::final_pass, true, true>(kept, g, note(kept_prev))),
+                          reference_walk<Form::final_pass>(again, g, note(slow_prev)));
+                ASSERT_TRUE(kept_prev == slow_prev) << "grid " << grid << " ray " << ray;
+                expect_same_state(kept, again, "end of the walk keeping prev_cross_t");
+                EXPECT_EQ(kept.prev_cross_t, again.prev_cross_t) << "grid " << grid << " ray " << ray;
             }
             ASSERT_EQ(fast_hit, slow_hit) << "grid " << grid << " ray " << ray;
             ASSERT_TRUE(fast_visits == slow_visits) << "grid " << grid << " ray " << ray;
