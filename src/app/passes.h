@@ -8,6 +8,7 @@
 #pragma once
 #include <cstdint>
 
+#include "composite/composite.h"
 #include "core/core.h"
 #include "raycast/raycast.h"
 #include "slices/slices.h"
@@ -47,10 +48,10 @@ inline constexpr RenderPass render_passes[] = {
                      false, 16,                true,  true,  true},
     {mode_avg,       "avg",       nullptr,                  nullptr,                nullptr,
                      false, 16,                true,  true,  true},
-    {mode_rbs,       "rbs",       nullptr,                  nullptr,                nullptr,
-                     false, 32,                true,  true,  false},
-    {mode_ics,       "ics",       nullptr,                  nullptr,                nullptr,
-                     false, 32,                true,  true,  true},
+    {mode_rbs,       "rbs",       render_rbs_preview,       render_rbs_final,       render_rbs_final_trilinear,
+                     false, surface_lattice,   true,  true,  false},
+    {mode_ics,       "ics",       render_ics_preview,       render_ics_final,       render_ics_final_trilinear,
+                     false, surface_lattice,   true,  true,  true},
     {mode_slices,    "slices",    slices_pass,              nullptr,                nullptr,
                      false, 0,                 false, false, false},
 };
