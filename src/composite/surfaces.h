@@ -199,9 +199,32 @@ TAVOK_INLINE float opacity_at_density(const float* opacity, float d)
     return (d - (float)i) * opacity[j] + ((float)j - d) * opacity[i];
 }
 
-// A sample of opacity exactly 0 changes nothing but its colour's product c * 0 * T, which does
-// not depend on c: it is composited with colour 0, and its colour is never formed.
-TAVOK_INLINE bool composite_nothing(RayAccum& acc, float a) { return composite_sample(acc, 0u, a); }
+// The compositing step of a sample whose colour is formed only when it can show: when even a
+// channel of 255 would add less than 0.99 of a level, (255 a) T < 0.99, no channel of the
+// accumulator can change (the products c a T grow with c, and acc + p with p < 0.99 stays
+// below acc + 1 after rounding), so only the opacity is accumulated and the lit colour,
+// with its gradient reads, normalising and shading, is never made. The result is the one
+// composite_sample gives, bit for bit: it is composite_sample with the colour left out where
+// it cannot matter. A negative, undefined or infinite product takes the full step.
+template <class Color>
+TAVOK_INLINE bool composite_lazy(RayAccum& r, float a, Color&& color)
+{
+    const float T = 1.0f - r.alpha;
+    if (a >= 0.0f && 255.0f * a * T < 0.99f) {
+        r.alpha = a * T + r.alpha;
+        return r.alpha >= early_stop_alpha;
+    }
+    return composite_sample(r, color(), a);
+}
+
+// n / max(|n|, 0.001), multiplied by the reciprocal: the one normalising rule.
+TAVOK_INLINE void normalize_normal(float* n)
+{
+    float length = sqrtf(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+    if (length <= 0.001f) length = 0.001f;
+    const float inverse = 1.0f / length;
+    n[0] *= inverse, n[1] *= inverse, n[2] *= inverse;
+}
 
 // ---------------------------------------------------------------------------------------------
 // The sample at a cell of the walk (previews and the two non-trilinear finals).
@@ -233,9 +256,10 @@ TAVOK_INLINE bool surface_cell(RayAccum& acc, const RayWalk& w, const GridView& 
         } else {
             a = contour_factor((float)v, r.magnitude, L.isovalue, L.thickness) * L.iso_opacity;
         }
-        if (a == 0.0f) return composite_nothing(acc, a);
-        const float n[3] = {r.nx, r.ny, r.nz};
-        return composite_sample(acc, lit_color<false>(L.light, L.colors[v], n, 0.0f), a);
+        return composite_lazy(acc, a, [&] {
+            const float n[3] = {r.nx, r.ny, r.nz};
+            return lit_color<false>(L.light, L.colors[v], n, 0.0f);
+        });
     } else {
         PlaneSample s;
         if (!plane_sample(w, g, p, w.dir, s)) return false;
@@ -262,17 +286,15 @@ TAVOK_INLINE bool surface_cell(RayAccum& acc, const RayWalk& w, const GridView& 
         } else {
             a = contour_factor(d, m, L.isovalue, L.thickness) * L.iso_opacity;
         }
-        if (a == 0.0f) return composite_nothing(acc, a);
-        float n[3];
-        plane_sample_normal(s, g, n);
-        float length = sqrtf(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
-        if (length <= 0.001f) length = 0.001f;
-        const float inverse = 1.0f / length;
-        n[0] *= inverse, n[1] *= inverse, n[2] *= inverse;
-        const uint32_t c = plane_color(s, L.colors[d00], L.colors[d10], L.colors[d01], L.colors[d11]);
-        constexpr bool with_occ = form == CellForm::plane_occlusion;
-        const float occ = with_occ ? (float)(voxel_word(g.voxels, (size_t)w.index) >> 16) : 0.0f;
-        return composite_sample(acc, lit_color<with_occ>(L.light, c, n, occ), a);
+        return composite_lazy(acc, a, [&] {
+            float n[3];
+            plane_sample_normal(s, g, n);
+            normalize_normal(n);
+            const uint32_t c = plane_color(s, L.colors[d00], L.colors[d10], L.colors[d01], L.colors[d11]);
+            constexpr bool with_occ = form == CellForm::plane_occlusion;
+            const float occ = with_occ ? (float)(voxel_word(g.voxels, (size_t)w.index) >> 16) : 0.0f;
+            return lit_color<with_occ>(L.light, c, n, occ);
+        });
     }
 }
 
@@ -331,37 +353,35 @@ TAVOK_INLINE bool surface_march_sample(RayAccum& acc, const GridView& g, const i
         }
         a = 1.0f - T;
     }
-    if (a == 0.0f) return composite_nothing(acc, a);
-    uint32_t c;
-    if (shading == Shading::pre) {
-        uint32_t lit[8];
-        for (int n = 0; n < 8; ++n) {
-            const GradientRecord& r = gr[k.index[n]];
-            const float normal[3] = {r.nx, r.ny, r.nz};
-            lit[n] = lit_color<false>(L.light, L.colors[d[n]], normal, 0.0f);
+    return composite_lazy(acc, a, [&] {
+        uint32_t c;
+        if (shading == Shading::pre) {
+            uint32_t lit[8];
+            for (int n = 0; n < 8; ++n) {
+                const GradientRecord& r = gr[k.index[n]];
+                const float normal[3] = {r.nx, r.ny, r.nz};
+                lit[n] = lit_color<false>(L.light, L.colors[d[n]], normal, 0.0f);
+            }
+            c = trilinear_color(k, lit);
+        } else {
+            uint32_t raw[8];
+            for (int n = 0; n < 8; ++n) raw[n] = L.colors[d[n]];
+            c = trilinear_color(k, raw);
+            float n3[3] = {k.w[0] * gr[k.index[0]].nx, k.w[0] * gr[k.index[0]].ny, k.w[0] * gr[k.index[0]].nz};
+            for (int n = 1; n < 8; ++n) {
+                n3[0] += k.w[n] * gr[k.index[n]].nx;
+                n3[1] += k.w[n] * gr[k.index[n]].ny;
+                n3[2] += k.w[n] * gr[k.index[n]].nz;
+            }
+            normalize_normal(n3);
+            constexpr bool with_occ = shading == Shading::post_occlusion;
+            float occ = 0.0f;
+            if (with_occ) {
+                occ = k.w[0] * (float)(voxel_word(g.voxels, k.index[0]) >> 16);
+                for (int n = 1; n < 8; ++n) occ += k.w[n] * (float)(voxel_word(g.voxels, k.index[n]) >> 16);
+            }
+            c = lit_color<with_occ>(L.light, c, n3, occ);
         }
-        c = trilinear_color(k, lit);
-    } else {
-        uint32_t raw[8];
-        for (int n = 0; n < 8; ++n) raw[n] = L.colors[d[n]];
-        c = trilinear_color(k, raw);
-        float n3[3] = {k.w[0] * gr[k.index[0]].nx, k.w[0] * gr[k.index[0]].ny, k.w[0] * gr[k.index[0]].nz};
-        for (int n = 1; n < 8; ++n) {
-            n3[0] += k.w[n] * gr[k.index[n]].nx;
-            n3[1] += k.w[n] * gr[k.index[n]].ny;
-            n3[2] += k.w[n] * gr[k.index[n]].nz;
-        }
-        float length = sqrtf(n3[0] * n3[0] + n3[1] * n3[1] + n3[2] * n3[2]);
-        if (length <= 0.001f) length = 0.001f;
-        const float inverse = 1.0f / length;
-        n3[0] *= inverse, n3[1] *= inverse, n3[2] *= inverse;
-        constexpr bool with_occ = shading == Shading::post_occlusion;
-        float occ = 0.0f;
-        if (with_occ) {
-            occ = k.w[0] * (float)(voxel_word(g.voxels, k.index[0]) >> 16);
-            for (int n = 1; n < 8; ++n) occ += k.w[n] * (float)(voxel_word(g.voxels, k.index[n]) >> 16);
-        }
-        c = lit_color<with_occ>(L.light, c, n3, occ);
-    }
-    return composite_sample(acc, c, a);
+        return c;
+    });
 }

@@ -1,0 +1,131 @@
+#!/usr/bin/env python3
+"""Region boundary surfaces and isovalue contour surfaces from the panel: on the phantom, the
+3D view, then the "RBS" and the "ICS" tab each draw a picture of their own, with a render time;
+with trilinear interpolation at a short sample distance the final pass takes a long while, and
+a key pressed while it runs stops it at once: the new preview shows long before the old final
+could have finished."""
+import time
+
+from guitest import Tavok, check, finish, options, phantom, xdotool
+
+opts = options()
+
+IMAGE_W, IMAGE_H = 512, 409
+# Places in the panel, moved to 600, 0 (its layout is fixed): the toggle "3D View / Slice
+# View" on the Slices tab, the "3D" tab, its render mode tabs, the trilinear radio button and
+# its sample distance, and the render time entry.
+SWITCH_3D = (140, 220)
+TAB_3D = (35, 123)
+TAB_RBS = (224, 167)
+TAB_ICS = (259, 167)
+TRILINEAR = (77, 136)
+STEPSIZE = (410, 138)
+RENDER_TIME = (240, 574, 225, 18)
+
+
+def settled(t, previous=None):
+    return t.settled_screenshot(previous, crop=(0, 0, IMAGE_W, IMAGE_H))
+
+
+def image_now(t):
+    return t.screenshot().crop(0, 0, IMAGE_W, IMAGE_H)
+
+
+def lit(shot):
+    return shot.count(lambda p: p != 0)
+
+
+def dark_text(t, panel):
+    x, y, w, h = RENDER_TIME
+    entry = t.screenshot(panel).crop(x, y, w, h)
+    return entry.count(lambda p: (p >> 16) < 0x60 and ((p >> 8) & 255) < 0x60 and (p & 255) < 0x60)
+
+
+def until_changed(t, reference, timeout):
+    """Seconds until the image differs from reference, or None within timeout."""
+    start = time.monotonic()
+    while time.monotonic() - start < timeout:
+        if image_now(t).differs(reference):
+            return time.monotonic() - start
+        time.sleep(0.05)
+    return None
+
+
+with Tavok(opts, [phantom(opts)]) as t:
+    check(t.wait_out(r"^Orlen-data x=192, y=192, z=160$") is not None, "the phantom's log line")
+    panel = t.panel_window()
+    xdotool("windowmove", "--sync", panel, 600, 0)
+    t.settle(0.8)
+    px, py, _, _ = t.geometry(panel)
+
+    def click(place, settle=0.3):
+        xdotool("mousemove", "--sync", px + place[0], py + place[1])
+        xdotool("click", "1")
+        t.settle(settle)
+
+    slices = settled(t)
+    click(SWITCH_3D)
+    cuberille = settled(t, slices)
+    click(TAB_3D)
+
+    # Region boundary surfaces: a picture of its own, not black, and a render time.
+    click(TAB_RBS, 0.1)
+    rbs = settled(t, cuberille)
+    check(rbs.differs(cuberille), "the RBS tab draws its own picture")
+    check(lit(rbs) > IMAGE_W * IMAGE_H // 20, "the phantom shows in region boundary surfaces (%d lit)" % lit(rbs))
+    t.settle(0.5)
+    check(dark_text(t, panel) > 10, "the rbs final put its render time into GUIrendertime")
+
+    # Isovalue contour surfaces: the shell at the isovalue 2048.
+    click(TAB_ICS, 0.1)
+    ics = settled(t, rbs)
+    check(ics.differs(rbs), "the ICS tab draws its own picture")
+    check(lit(ics) > IMAGE_W * IMAGE_H // 20, "the phantom shows in isovalue contour surfaces (%d lit)" % lit(ics))
+
+    # Back to RBS, trilinear at a sample distance of 0.3: a final of several seconds, which
+    # shows its image only at its end.
+    click(TAB_RBS, 0.1)
+    settled(t, ics)
+    xdotool("mousemove", "--sync", px + STEPSIZE[0], py + STEPSIZE[1])
+    xdotool("click", "--repeat", "3", "1")
+    xdotool("type", "0.3")
+    xdotool("key", "Return")
+    t.settle(0.2)
+    before = image_now(t)
+    click(TRILINEAR, 0.0)
+    start = time.monotonic()
+    # The preview of the change comes first; the final's image replaces it at the end.
+    preview_after = until_changed(t, before, 20)
+    check(preview_after is not None, "the trilinear preview shows")
+    preview = settled(t)
+    final_after = until_changed(t, preview, 120)
+    check(final_after is not None, "the trilinear final ends and shows its image")
+    full = time.monotonic() - start
+    check(full > 1.5, "the trilinear final takes a while here (%.1f s)" % full)
+    final = settled(t)
+
+    # Once more: the same change of view, the preview, a moment of the final, then a key.
+    # The key's preview must come at once, not after the final's full time.
+    t.focus_sdl()
+    xdotool("keydown", "Shift_R")
+    xdotool("keydown", "s")
+    t.settle(0.04)
+    xdotool("keyup", "s")
+    xdotool("keyup", "Shift_R")
+    back = settled(t, final)
+    check(back.differs(final), "the s key shows a new preview")
+    t.settle(0.3)  # the final of the new view is under way
+    xdotool("keydown", "Shift_R")
+    xdotool("keydown", "s")
+    t.settle(0.04)
+    xdotool("keyup", "s")
+    xdotool("keyup", "Shift_R")
+    reacted = until_changed(t, back, 60)
+    check(reacted is not None and reacted < max(1.0, full / 3),
+          "a key stops the running final at once (%s s, the final takes %.1f s)" % (
+              "%.2f" % reacted if reacted is not None else "no change in 60", full))
+
+    t.key("q")
+    check(t.wait_exit() == 0, "q ends the program")
+
+finish()
