@@ -191,9 +191,13 @@ inline SurfaceLocals surface_locals()
 
 // The opacity at an interpolated density d: linear between the two table entries around it,
 // (d - i) op[j] + (j - d) op[i], i = trunc(d), j = i + 1 (4095 at the top, where both weights
-// are then 0).
+// are then 0). Densities from the samplers lie in 0..4095 but for the trilinear march's first
+// sample, whose fractions come from a position that may lie just outside the grid (a
+// fraction below 0 weighs a corner negatively): such a density is taken at the nearer end of
+// the table instead of reading beside it.
 TAVOK_INLINE float opacity_at_density(const float* opacity, float d)
 {
+    d = d > 0.0f ? (d < 4095.0f ? d : 4095.0f) : 0.0f;
     const int32_t i = trunc_i32(d);
     const int32_t j = i + 1 < 4096 ? i + 1 : 4095;
     return (d - (float)i) * opacity[j] + ((float)j - d) * opacity[i];

@@ -222,6 +222,19 @@ TEST(ContourFactor, FlatRegionsAndTheTent)
     EXPECT_EQ(correct_alpha(contour_factor(3000.0f, 0.01f, 2048, 1.0f) * 0.8f, 0.7f), 0.0f);
 }
 
+TEST(SurfaceClassification, OpacityAtAnInterpolatedDensity)
+{
+    std::vector<float> op(4096, 0.0f);
+    op[0] = 0.25f, op[1000] = 0.5f, op[1001] = 1.0f, op[4094] = 0.75f, op[4095] = 1.0f;
+    EXPECT_EQ(opacity_at_density(op.data(), 1000.0f), 0.5f);
+    EXPECT_EQ(opacity_at_density(op.data(), 1000.25f), 0.625f);  // 0.25 * 1 + 0.75 * 0.5
+    EXPECT_EQ(opacity_at_density(op.data(), 4094.5f), 0.875f);
+    EXPECT_EQ(opacity_at_density(op.data(), 4095.0f), 0.0f);  // j = i = 4095: both weights 0
+    // Beyond the table (a first trilinear sample weighted by a negative fraction): its ends.
+    EXPECT_EQ(opacity_at_density(op.data(), -79.4f), 0.25f);
+    EXPECT_EQ(opacity_at_density(op.data(), 4200.0f), 0.0f);
+}
+
 // ---------------------------------------------------------------------------------------------
 // Region boundary surfaces at the sample and through the passes.
 
