@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Region boundary surfaces and isovalue contour surfaces from the panel: on the phantom, the
 3D view, then the "RBS" and the "ICS" tab each draw a picture of their own, with a render time;
-with trilinear interpolation at a short sample distance the final pass takes a long while, and
-a key pressed while it runs stops it at once: the new preview shows long before the old final
-could have finished."""
+with trilinear interpolation at a short sample distance the final pass takes many seconds, and
+a key pressed while it runs stops it at once: the new preview shows within a few seconds, long
+before the old final could have finished."""
 import time
 
 from guitest import Tavok, check, finish, options, phantom, xdotool
@@ -82,49 +82,32 @@ with Tavok(opts, [phantom(opts)]) as t:
     check(ics.differs(rbs), "the ICS tab draws its own picture")
     check(lit(ics) > IMAGE_W * IMAGE_H // 20, "the phantom shows in isovalue contour surfaces (%d lit)" % lit(ics))
 
-    # Back to RBS, trilinear at a sample distance of 0.3: a final of several seconds, which
-    # shows its image only at its end.
+    # Back to RBS, trilinear at a sample distance of 0.05: a final of many seconds on any
+    # machine (fourteen times the samples of the default 0.7), which shows its image only at
+    # its end. A key pressed while it runs must bring the next preview within a few seconds.
     click(TAB_RBS, 0.1)
     settled(t, ics)
     xdotool("mousemove", "--sync", px + STEPSIZE[0], py + STEPSIZE[1])
     xdotool("click", "--repeat", "3", "1")
-    xdotool("type", "0.3")
+    xdotool("type", "0.05")
     xdotool("key", "Return")
-    t.settle(0.2)
-    before = image_now(t)
+    settled(t)  # the bilinear final of the new distance (which doesn't use it) has run
     click(TRILINEAR, 0.0)
-    start = time.monotonic()
-    # The preview of the change comes first; the final's image replaces it at the end.
-    preview_after = until_changed(t, before, 20)
-    check(preview_after is not None, "the trilinear preview shows")
-    preview = settled(t)
-    final_after = until_changed(t, preview, 120)
-    check(final_after is not None, "the trilinear final ends and shows its image")
-    full = time.monotonic() - start
-    check(full > 1.5, "the trilinear final takes a while here (%.1f s)" % full)
-    final = settled(t)
-
-    # Once more: the same change of view, the preview, a moment of the final, then a key.
-    # The key's preview must come at once, not after the final's full time.
+    preview = settled(t)  # the preview stays up while the trilinear final runs
+    check(lit(preview) > IMAGE_W * IMAGE_H // 20, "the trilinear preview shows the phantom")
+    t.settle(0.5)  # the final is under way
     t.focus_sdl()
     xdotool("keydown", "Shift_R")
     xdotool("keydown", "s")
     t.settle(0.04)
     xdotool("keyup", "s")
     xdotool("keyup", "Shift_R")
-    back = settled(t, final)
-    check(back.differs(final), "the s key shows a new preview")
-    t.settle(0.3)  # the final of the new view is under way
-    xdotool("keydown", "Shift_R")
-    xdotool("keydown", "s")
-    t.settle(0.04)
-    xdotool("keyup", "s")
-    xdotool("keyup", "Shift_R")
-    reacted = until_changed(t, back, 60)
-    check(reacted is not None and reacted < max(1.0, full / 3),
-          "a key stops the running final at once (%s s, the final takes %.1f s)" % (
-              "%.2f" % reacted if reacted is not None else "no change in 60", full))
+    reacted = until_changed(t, preview, 60)
+    check(reacted is not None and reacted < 8.0,
+          "a key stops the running final at once (%s)" % (
+              "the next preview after %.2f s" % reacted if reacted is not None else "no change in 60 s"))
 
+    # q, pressed while the next long final runs, ends the program from inside it.
     t.key("q")
     check(t.wait_exit() == 0, "q ends the program")
 
