@@ -286,8 +286,14 @@ class Tavok:
         """The SDL window's pixels (or another window's) as an Image."""
         w = window or self.sdl_window()
         x, y, width, height = self.geometry(w)
-        dump = subprocess.run(["xwd", "-root", "-silent"], capture_output=True).stdout
-        return read_xwd(dump).crop(x, y, width, height)
+        # xwd now and then gives nothing while a window is mapped or resized under it;
+        # a few tries get a whole dump, and the last error is shown if none does.
+        for attempt in range(5):
+            run = subprocess.run(["xwd", "-root", "-silent"], capture_output=True)
+            if len(run.stdout) >= 100:
+                return read_xwd(run.stdout).crop(x, y, width, height)
+            time.sleep(0.2)
+        raise RuntimeError("xwd gave no dump: " + run.stderr.decode(errors="replace").strip())
 
     def settle(self, seconds=0.5):
         time.sleep(seconds)
