@@ -121,8 +121,8 @@ struct RayTables {
 // multiple of u: the same R for every p of the binade, unless s lies exactly halfway between
 // two multiples (then ties-to-even depends on p, and such a binade gets no jumps). Keeping p
 // |s| + u short of the end of the binade it moves toward keeps p + s inside. Then n steps give
-// exactly p + n R, computed in double (multiples of u below 2^(e+1): exact), and exact again as
-// a float.
+// exactly p + n R, a float of the same binade, whose bit pattern is p's moved by n R / u (the
+// sign and the exponent stay, only the significand moves).
 //
 // A step whose voxel lies in a cube where nothing matters does nothing but step on (the start
 // voxel is skipped anyway, the grid is not left, no density can end the ray or raise acc). So
