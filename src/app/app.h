@@ -33,9 +33,16 @@ extern char fps_text[7];         // frames per second of the last four frames; n
 extern unsigned frame_times[4];  // the four slots of the frame counter
 extern int frame_slot;
 
-// One frame of the main loop, and the loop itself (never returns).
+// One frame of the main loop, and the loop itself (never returns): frame after frame, with a
+// wait for input between two frames while idle_wait_ms says there is nothing to do.
 void frame();
 [[noreturn]] void frame_loop();
+// How long the loop may wait for input after a frame: 0 when the next frame has work (a
+// preview or a load due, the occlusion worker running, a key or button held, a final pass
+// that may start), the time left until the pause rule lets a due final start, and otherwise
+// idle_wait_limit_ms (any event ends the wait sooner).
+unsigned idle_wait_ms();
+constexpr unsigned idle_wait_limit_ms = 1000;
 
 // ---------------------------------------------------------------------------------------------
 // The load path (load.cpp).

@@ -5,9 +5,17 @@
 // Owns idle_clears and the frame counter; writes final_pending and refresh. Everything that
 // changes the picture sets refresh; only the dispatch renders (and render to file, which runs
 // the passes itself).
+//
+// Between frames the loop sleeps while there is nothing to do: no preview or load due, no
+// final that may run, no worker, no key or button held. It waits for the next event of either
+// window (input, a repaint, a panel timer) and runs the next frame at once when one comes, so
+// a preview follows input as soon as it would have without the wait. A loop that ran frame
+// after frame to find nothing new cost a whole core with the panel focused (where the frame's
+// own 2 ms pause doesn't apply) and much of one without.
 #include <cstdio>
 
 #include "app/app.h"
+#include "app/controls.h"
 #include "app/passes.h"
 #include "core/core.h"
 #include "core/seam.h"
@@ -89,8 +97,28 @@ void frame()
     }
 }
 
+unsigned idle_wait_ms()
+{
+    // Work for the very next frame: a preview or a load due, a worker whose progress shows,
+    // a key or a button held (they act with time, or on every frame).
+    if (refresh || load_requested || shadow_running || input_held()) return 0;
+    // A final pass that may start now runs in the next frame; one held back by the colour
+    // dialog waits for it to close, which is an event.
+    const RenderPass* row = find_pass(render_mode);
+    if (volume_loaded && !color_dialog_open && final_pending && row && row->final) {
+        if (pause_rule_met()) return 0;
+        // The pause rule starts the final 351 ms after the last double click.
+        const unsigned waited = ticks_ms() - last_double_click;
+        return waited < 351u ? 351u - waited : 1u;
+    }
+    return idle_wait_limit_ms;
+}
+
 void frame_loop()
 {
-    for (;;) frame();
+    for (;;) {
+        frame();
+        if (unsigned ms = idle_wait_ms()) wait_for_input(ms);
+    }
 }
 

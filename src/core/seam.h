@@ -21,6 +21,10 @@ void input_pump();
 unsigned ticks_ms();
 void delay_ms(unsigned ms);
 void flip_display();
+// Sleeps until either window has something to deliver (input, a repaint, a panel timer or
+// idle task; the panel's handlers then run inside) or ms milliseconds have passed. The frame
+// loop calls it between frames when there is nothing to do.
+void wait_for_input(unsigned ms);
 // The SDL part of the exit: default cursor back, both cursors freed, SDL_Quit.
 void close_display();
 // A dialog is opening over the windows: the image window gives back the pointer grab and the

@@ -15,6 +15,7 @@ Run a script directly under an X server, or without one: options() then runs it 
 tests/run_with_xvfb.sh, as CTest does.
 """
 import argparse
+import ctypes
 import os
 import re
 import struct
@@ -79,6 +80,79 @@ def read_xwd(data):
             else:
                 pixels.extend(row[i] << 16 | row[i + 1] << 8 | row[i + 2] for i in range(0, width * 3, 3))
     return Image(width, height, pixels)
+
+
+def cpu_seconds(pid):
+    """User and system CPU time of a process so far, in seconds (from /proc)."""
+    fields = open("/proc/%d/stat" % pid).read().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def context_switches(pid):
+    """How often the process's threads have given up or lost the processor so far: a count
+    that a sleeping program keeps low, whatever else the machine is doing."""
+    total = 0
+    for tid in os.listdir("/proc/%d/task" % pid):
+        for line in open("/proc/%d/task/%s/status" % (pid, tid)):
+            if line.startswith(("voluntary_ctxt_switches", "nonvoluntary_ctxt_switches")):
+                total += int(line.split()[1])
+    return total
+
+
+def idle_figures(pid, seconds):
+    """(CPU in % of one core, context switches a second) of a process over seconds."""
+    cpu, switches, start = cpu_seconds(pid), context_switches(pid), time.time()
+    time.sleep(seconds)
+    span = time.time() - start
+    return 100.0 * (cpu_seconds(pid) - cpu) / span, (context_switches(pid) - switches) / span
+
+
+class XProbe:
+    """Fast access to the X server for timing: keys sent through XTEST and a region of the
+    screen read with XGetImage, both through ctypes on the display of DISPLAY. xdotool and xwd
+    start a process for each call, far too slow to time a frame."""
+
+    class _XImage(ctypes.Structure):
+        _fields_ = [("width", ctypes.c_int), ("height", ctypes.c_int), ("xoffset", ctypes.c_int),
+                    ("format", ctypes.c_int), ("data", ctypes.c_void_p), ("byte_order", ctypes.c_int),
+                    ("bitmap_unit", ctypes.c_int), ("bitmap_bit_order", ctypes.c_int),
+                    ("bitmap_pad", ctypes.c_int), ("depth", ctypes.c_int),
+                    ("bytes_per_line", ctypes.c_int), ("bits_per_pixel", ctypes.c_int)]
+
+    def __init__(self):
+        self.x11 = ctypes.CDLL("libX11.so.6")
+        self.xtst = ctypes.CDLL("libXtst.so.6")
+        self.x11.XOpenDisplay.restype = ctypes.c_void_p
+        self.x11.XOpenDisplay.argtypes = [ctypes.c_char_p]
+        self.x11.XDefaultRootWindow.restype = ctypes.c_ulong
+        self.x11.XDefaultRootWindow.argtypes = [ctypes.c_void_p]
+        self.x11.XStringToKeysym.restype = ctypes.c_ulong
+        self.x11.XStringToKeysym.argtypes = [ctypes.c_char_p]
+        self.x11.XKeysymToKeycode.restype = ctypes.c_ubyte
+        self.x11.XKeysymToKeycode.argtypes = [ctypes.c_void_p, ctypes.c_ulong]
+        self.x11.XGetImage.restype = ctypes.POINTER(XProbe._XImage)
+        self.x11.XGetImage.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_int,
+                                       ctypes.c_uint, ctypes.c_uint, ctypes.c_ulong, ctypes.c_int]
+        self.x11.XDestroyImage.argtypes = [ctypes.c_void_p]
+        self.x11.XFlush.argtypes = [ctypes.c_void_p]
+        self.x11.XSync.argtypes = [ctypes.c_void_p, ctypes.c_int]
+        self.xtst.XTestFakeKeyEvent.argtypes = [ctypes.c_void_p, ctypes.c_uint, ctypes.c_int, ctypes.c_ulong]
+        self.dpy = self.x11.XOpenDisplay(None)
+        if not self.dpy:
+            raise RuntimeError("can't open the display")
+        self.root = self.x11.XDefaultRootWindow(self.dpy)
+
+    def key(self, name, down):
+        code = self.x11.XKeysymToKeycode(self.dpy, self.x11.XStringToKeysym(name.encode()))
+        self.xtst.XTestFakeKeyEvent(self.dpy, code, 1 if down else 0, 0)
+        self.x11.XSync(self.dpy, 0)
+
+    def region(self, x, y, w, h):
+        """The pixels of a screen region as bytes (the server's own format)."""
+        image = self.x11.XGetImage(self.dpy, self.root, x, y, w, h, 0xffffffff, 2)  # ZPixmap
+        data = ctypes.string_at(image.contents.data, image.contents.bytes_per_line * h)
+        self.x11.XDestroyImage(image)
+        return data
 
 
 class Tavok:

@@ -1,10 +1,14 @@
 // display.cpp — the SDL window: opening, resizing (and going back to its size after a refused
-// resize), cursors, icon, and the window doors of seam.h (clock, flip, closing, the occlusion
-// worker's thread). Owns screen and the cursors; the frame buffers it sizes belong to
-// render_state.cpp.
+// resize), cursors, icon, and the window doors of seam.h (clock, flip, the wait for input of
+// either window, closing, the occlusion worker's thread). Owns screen and the cursors; the
+// frame buffers it sizes belong to render_state.cpp.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include <SDL_syswm.h>
+#include <glib-unix.h>
+#include <glib.h>
 
 #include "core/core.h"
 #include "core/seam.h"
@@ -102,7 +106,12 @@ void restore_display_size()
 {
     // The X window was made smaller than the image it keeps. Left so, a grab would warp the
     // pointer to the middle of the image, outside the window, and SDL would wait for that
-    // motion forever: the window goes back to its size instead, and its picture is drawn anew.
+    // motion forever: the window goes back to its size instead, and its picture is drawn anew
+    // (after a render to file, which must not be broken off, as any resize then).
+    if (offscreen_render) {
+        request_resize(screen->w, screen->h);
+        return;
+    }
     int bits = screen->format->BitsPerPixel;
     int w = screen->w, h = screen->h;
     screen = SDL_SetVideoMode(w, h, bits, screen->flags);
@@ -131,6 +140,41 @@ void restore_window_size()
     int w = held_width ? held_width : screen->w, h = held_height ? held_height : screen->h;
     held_width = held_height = 0;
     resize_display(w, h);
+}
+
+// The SDL window's X connection, watched by the GTK main context while the loop waits: the one
+// sleep wakes for input of either window. 0 until the first wait.
+static guint sdl_connection_watch = 0;
+
+static gboolean on_sdl_connection(gint, GIOCondition, gpointer) { return TRUE; }
+static gboolean on_wait_over(gpointer over)
+{
+    *(bool*)over = true;
+    return FALSE;
+}
+
+void wait_for_input(unsigned ms)
+{
+    if (!sdl_connection_watch) {
+        SDL_SysWMinfo info;
+        SDL_VERSION(&info.version);
+        if (SDL_GetWMInfo(&info) <= 0 || info.subsystem != SDL_SYSWM_X11) {
+            // A driver without an X connection: sleep a little between frames at least.
+            SDL_Delay(ms < 10 ? ms : 10);
+            return;
+        }
+        sdl_connection_watch = g_unix_fd_add(ConnectionNumber(info.info.x11.display), G_IO_IN,
+                                             on_sdl_connection, nullptr);
+    }
+    // Events that SDL has read from the connection already (a flip reads what has come) would
+    // never show on it again: take them in first, and don't sleep when there are any.
+    SDL_PumpEvents();
+    SDL_Event event;
+    if (SDL_PeepEvents(&event, 1, SDL_PEEKEVENT, SDL_ALLEVENTS) > 0) return;
+    bool over = false;
+    guint timer = g_timeout_add(ms, on_wait_over, &over);
+    g_main_context_iteration(nullptr, TRUE);
+    if (!over) g_source_remove(timer);
 }
 
 unsigned ticks_ms() { return SDL_GetTicks(); }

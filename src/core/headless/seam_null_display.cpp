@@ -16,6 +16,7 @@ void input_pump() {}
 unsigned ticks_ms() { return null_ticks; }
 void delay_ms(unsigned ms) { null_ticks += ms; }
 void flip_display() {}
+void wait_for_input(unsigned ms) { null_ticks += ms; }
 void close_display() {}
 void release_pointer() {}
 
