@@ -139,12 +139,12 @@ def read_png(path, filters=(0, 1, 2, 3, 4)):
     return Image(width, height, pixels), alpha
 
 
-def png_rgba_rows(path):
-    """(width, height, rows of 0xRRGGBBAA) of a PNG as tavok's writer makes it: every row must
-    carry filter type 0, which the writer always uses."""
+def png_rgba_rows(path, filters=(0,)):
+    """(width, height, rows of 0xRRGGBBAA) of a PNG. By default as tavok's own writer makes it:
+    every row must carry filter type 0, which that writer always uses."""
     data = open(path, "rb").read()
     width, height = struct.unpack(">II", data[16:24])
-    image, alpha = read_png(path, filters=(0,))
+    image, alpha = read_png(path, filters=filters)
     rows = [[(image.pixels[y * width + x] << 8) | alpha[y * width + x] for x in range(width)]
             for y in range(height)]
     return width, height, rows

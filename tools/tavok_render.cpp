@@ -6,8 +6,10 @@
 // file through the load path of the frame loop (load_volume_file), applies its options in one
 // fixed order whatever their order on the command line, and renders as "Render to File"
 // does: offscreen_render set, fresh buffers of the asked size, the mode's preview and then
-// its final through the frame loop's dispatch (run_preview, run_final). The PNG writer writes
-// offscreen_pixels.
+// its final through the frame loop's dispatch (run_preview, run_final). The image,
+// offscreen_pixels, goes out compressed through zlib (png_zlib.cpp, this tool's own writer),
+// or with --stored through the program's writer of stored deflate blocks, as the window's
+// screenshots are: the same pixels, some 30 to 100 times the size.
 //
 // Linked with the null doors of seam.h: no widget, no window, a fake clock. It must not change
 // the passes or the dispatch, and nothing it runs while a pass is under way may set refresh.
@@ -35,6 +37,7 @@
 #include "core/seam.h"
 #include "import/import.h"
 #include "output/png.h"
+#include "png_zlib.h"
 #include "raycast/raycast.h"
 #include "slices/slices.h"
 #include "transfer/transfer.h"
@@ -86,6 +89,8 @@ static const char usage_text[] =
     "                           the top, so it points to the bottom of the picture\n"
     "  --preview                write the quick preview instead of the final image\n"
     "  --time                   print the preview and final times in milliseconds\n"
+    "  --stored                 write the PNG uncompressed (stored deflate blocks), as the\n"
+    "                           window's screenshots are; by default it is compressed\n"
     "  --bench N                render N times after a warm-up and print timings; with\n"
     "                           --occlusion also N calculations, each from the field a\n"
     "                           load leaves\n"
@@ -132,6 +137,7 @@ struct RenderJob {
     float eye[3], forward[3], look_at[3], up[3];
     bool preview = false;
     bool time = false;
+    bool stored = false;  // the program's own writer of stored blocks instead of zlib
     int bench = 0;
 };
 
@@ -372,7 +378,7 @@ static RenderJob parse_command_line(int argc, char** argv)
             value = arg + eq + 1;
             option.resize(eq);
         }
-        bool flag = option == "--preview" || option == "--time";
+        bool flag = option == "--preview" || option == "--time" || option == "--stored";
         if (flag) {
             if (value) fail("%s takes no value", option.c_str());
         } else if (!value) {
@@ -456,6 +462,9 @@ static RenderJob parse_command_line(int argc, char** argv)
         } else if (option == "--preview") {
             if (job.preview) fail("--preview is given twice");
             job.preview = true;
+        } else if (option == "--stored") {
+            if (job.stored) fail("--stored is given twice");
+            job.stored = true;
         } else if (option == "--time") {
             if (job.time) fail("--time is given twice");
             job.time = true;
@@ -711,16 +720,24 @@ static PassTimes render_once(bool preview_only)
     return t;
 }
 
-static void write_image(const char* path)
+static void write_image(const char* path, bool stored)
 {
-    png_open(path, (int)render_target.width, (int)render_target.height);
+    const int w = (int)render_target.width, h = (int)render_target.height;
+    if (!stored) {
+        if (!write_png_zlib(path, offscreen_pixels, w, h)) {
+            int error = errno;
+            remove(path);
+            fail("can't write %s: %s", path, strerror(error));
+        }
+        return;
+    }
+    png_open(path, w, h);
     if (!png_file) fail("can't write %s: %s", path, strerror(errno));
-    size_t pixels = (size_t)render_target.width * render_target.height;
+    size_t pixels = (size_t)w * h;
     for (size_t i = 0; i < pixels; ++i) png_put_pixel(offscreen_pixels[i]);
     // The writer tests none of its writes; a full disk shows in the size.
     struct stat s;
-    if (stat(path, &s) != 0 ||
-        (uint64_t)s.st_size != png_file_size((int)render_target.width, (int)render_target.height)) {
+    if (stat(path, &s) != 0 || (uint64_t)s.st_size != png_file_size(w, h)) {
         remove(path);
         fail("can't write %s: the file came out short (disk full?)", path);
     }
@@ -812,7 +829,7 @@ int main(int argc, char** argv)
         if (t.final_ms >= 0.0) printf("final: %.3f ms\n", t.final_ms);
         else printf("final: none\n");
     }
-    if (job.output) write_image(job.output);
+    if (job.output) write_image(job.output, job.stored);
     stop_shadow_thread();
     return 0;
 }

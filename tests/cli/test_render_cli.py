@@ -17,7 +17,13 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from testlib import check, finish, png_rgba_rows as read_png, shared_data, write_dat  # noqa: E402
+from testlib import check, finish, png_rgba_rows, shared_data, write_dat  # noqa: E402
+
+
+def read_png(path):
+    """(width, height, rows of 0xRRGGBBAA) of an image tavok-render wrote, with any filters."""
+    return png_rgba_rows(path, filters=(0, 1, 2, 3, 4))
+
 
 def run(args, timeout=120):
     p = subprocess.run([RENDER] + args, capture_output=True, text=True, timeout=timeout)
@@ -65,7 +71,7 @@ def test_sizes_and_modes(volume, modes):
                 continue
             pw, ph, rows = read_png(out)
             check((pw, ph) == (w, h), "%s %dx%d: PNG is %dx%d" % (mode, w, h, pw, ph))
-            check(os.path.getsize(out) == 63 + h * (4 * w + 6), "%s: file size" % mode)
+            check(os.path.getsize(out) < 63 + h * (4 * w + 6), "%s: compressed, smaller than stored" % mode)
             check(all(p & 0xff == 0xff for row in rows for p in row), "%s: alpha 255" % mode)
     out = os.path.join(TMP, "default-size.png")
     status, _, _ = run([volume, "--mode", modes[0], "-o", out])
@@ -539,6 +545,34 @@ def test_palette_files(modes):
         check(images[0] == images[1], "%s: KVX and VOX give the same picture" % what)
 
 
+def test_compressed_against_stored(volume, modes):
+    """The default output is compressed through zlib; --stored writes the program's own stored
+    blocks, as the window's screenshots are. Decoded, both have the same pixels."""
+    views = [["--size", "800x600", "--mode", modes[-1]], ["--size", "97x61"], ["--size", "1x1"]]
+    if "cuberille" in modes:
+        views.append(["--size", "800x600", "--mode", "cuberille", "--set", "light_model=1",
+                      "--eye", "50,180,70", "--look-at", "48,48,40", "--up", "0,0,-1"])
+    for k, view in enumerate(views):
+        small, stored = os.path.join(TMP, "small-%d.png" % k), os.path.join(TMP, "stored-%d.png" % k)
+        s1, _, e1 = run([volume] + view + ["-o", small])
+        s2, _, e2 = run([volume] + view + ["--stored", "-o", stored])
+        if not check(s1 == 0 and s2 == 0, "%s: both writers succeed (%s %s)" % (view, e1.strip(), e2.strip())):
+            continue
+        w, h, rows = read_png(small)
+        sw, sh, srows = png_rgba_rows(stored)  # filter 0 on every row, as the stored writer has it
+        check((w, h) == (sw, sh), "%s: the same size" % view)
+        check(rows == srows, "%s: the same pixels, alpha 255" % view)
+        check(os.path.getsize(stored) == 63 + h * (4 * w + 6), "%s: --stored is the stored writer's size" % view)
+        data = open(small, "rb").read()
+        check(data[25] == 2, "%s: the compressed image is 8-bit RGB" % view)
+        if w * h >= 10000:
+            check(os.path.getsize(small) * 5 < os.path.getsize(stored),
+                  "%s: compressed %d bytes against %d stored" % (view, os.path.getsize(small), os.path.getsize(stored)))
+        print("%s: %d bytes compressed, %d stored" % (" ".join(view), os.path.getsize(small), os.path.getsize(stored)))
+    expect_error([volume, "--stored", "--stored"], "--stored is given twice", "--stored twice")
+    expect_error([volume, "--stored=yes"], "takes no value", "--stored with a value")
+
+
 def test_refused_volumes(mode):
     """Every file the loader refuses: its reason on standard error (not only among the load
     lines on standard output), status 2, no file."""
@@ -587,6 +621,7 @@ def main():
             print("skipped: image tests (no render mode is built yet)")
         else:
             test_sizes_and_modes(volume, modes)
+            test_compressed_against_stored(volume, modes)
             test_block_volume(modes)
             test_nodes(modes)
             test_preview_against_final(volume, modes)
