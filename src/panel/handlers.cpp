@@ -205,6 +205,19 @@ static gboolean on_slice_d_button_release(GtkWidget*, GdkEventButton*, gpointer)
     return FALSE;
 }
 
+// A plane field that loses the focus (Tab, or a click into another widget or window) takes the
+// text typed into it, as Enter does, so that the field never shows a value the plane doesn't
+// use. A new distance is drawn at once: typing isn't a held arrow, whose steps value_changed
+// draws only every fifth. (GTK's own focus-out does the update too; doing it here first makes
+// the order certain.)
+static gboolean on_plane_field_focus_out(GtkWidget* w, GdkEventFocus*, gpointer)
+{
+    const float d = slice_d;
+    gtk_spin_button_update(GTK_SPIN_BUTTON(w));
+    if (slice_d != d) refresh = 1;
+    return FALSE;
+}
+
 static void show_slice_normal()
 {
     set_spin("GUIsliceNX", slice_normal[0]);
@@ -707,6 +720,10 @@ static const Binding bindings[] = {
     OWN("GUIsliceNZ", "value_changed", on_slice_normal_changed<2>),
     OWN("GUIsliceD", "value_changed", on_slice_d_changed),
     OWN("GUIsliceD", "button_release_event", on_slice_d_button_release),
+    OWN("GUIsliceNX", "focus-out-event", on_plane_field_focus_out),
+    OWN("GUIsliceNY", "focus-out-event", on_plane_field_focus_out),
+    OWN("GUIsliceNZ", "focus-out-event", on_plane_field_focus_out),
+    OWN("GUIsliceD", "focus-out-event", on_plane_field_focus_out),
     OWN("GUIswitch3D", "toggled", on_switch3d_toggled),
     OWN("GUInorm3D", "clicked", on_norm3d_clicked),
     OWN("GUIsliceXY", "toggled", on_slice_axis_toggled<0>),

@@ -622,3 +622,50 @@ TEST_F(Panel, TheEdgeSliderFocusHandlerDoesNothing)
     EXPECT_EQ(GetCapturedStdout(), "");
     EXPECT_EQ(refresh, 0);
 }
+
+namespace {
+
+// Tab to the next field, or a click into the image window: the widget loses the focus.
+void lose_focus(GtkWidget* w)
+{
+    GdkEvent* out = gdk_event_new(GDK_FOCUS_CHANGE);
+    out->focus_change.window = (GdkWindow*)g_object_ref(w->window);
+    out->focus_change.in = FALSE;
+    gtk_widget_send_focus_change(w, out);
+    gdk_event_free(out);
+    drain_events();
+}
+
+}  // namespace
+
+TEST_F(Panel, PlaneFieldsTakeATypedValueWhenTheyLoseTheFocus)
+{
+    fake_volume(20, 20, 20);
+    gtk_spin_button_set_range(GTK_SPIN_BUTTON(W("GUIsliceD")), -30, 30);
+    // The plane first, at d = 5.
+    set_value("GUIsliceD", 5);
+    ASSERT_EQ(slice_kind, 3);
+    // A value typed into a field counts once the field loses the focus, and the picture follows.
+    struct Field { const char* name; const char* text; double value; };
+    const Field fields[] = {{"GUIsliceNX", "0.25", 0.25}, {"GUIsliceNY", "-0.5", -0.5},
+                            {"GUIsliceNZ", "0.75", 0.75}, {"GUIsliceD", "7", 7.0}};
+    for (const Field& f : fields) {
+        GtkWidget* spin = W(f.name);
+        gtk_widget_grab_focus(spin);
+        gtk_entry_set_text(GTK_ENTRY(spin), f.text);
+        drain_events();
+        refresh = 0;
+        lose_focus(spin);
+        EXPECT_DOUBLE_EQ(gtk_spin_button_get_value(GTK_SPIN_BUTTON(spin)), f.value) << f.name;
+        EXPECT_EQ(refresh, 1) << f.name << ": the picture shows the plane the field shows";
+        EXPECT_EQ(slice_kind, 3) << f.name;
+    }
+    EXPECT_EQ(slice_d, 7.0f);
+    // Each component went into the normal as its field lost the focus (the normal is
+    // normalised after each, as on Enter): the last one typed, 0.75, is there before that.
+    EXPECT_NEAR(slice_normal_unit[2], 0.6f, 1e-6f);  // (0.894, -0.447, 0.75) normalised
+    // A field left without a change asks for nothing.
+    refresh = 0;
+    lose_focus(W("GUIsliceNX"));
+    EXPECT_EQ(refresh, 0);
+}
