@@ -28,7 +28,6 @@ if not os.environ.get("DISPLAY"):
 
 from guitest import Tavok, XProbe, cpu_seconds, idle_figures, phantom, xdotool  # noqa: E402
 
-SWITCH_3D = (140, 220)  # "3D View / Slice View" in the panel, moved to (600, 0)
 IMAGE = (0, 0, 512, 409)
 
 
@@ -70,12 +69,7 @@ def measure(binary, opts):
     probe = XProbe()
     with Tavok(o, [phantom(o)]) as t:
         t.wait_out(r"^Orlen-data")
-        panel = t.panel_window()
-        xdotool("windowmove", "--sync", panel, 600, 0)
-        time.sleep(1.0)
-        px, py, _, _ = t.geometry(panel)
-        xdotool("mousemove", "--sync", px + SWITCH_3D[0], py + SWITCH_3D[1])
-        xdotool("click", 1)
+        panel = t.switch_to_3d()
         time.sleep(0.5)
         settle_idle(t, probe)
         xdotool("windowfocus", "--sync", panel)

@@ -30,6 +30,7 @@ from testlib import (Image, check, failures, finish, phantom, read_png, shared_d
 
 SDL_CLASS = "tavok"    # WM_CLASS class of the SDL window
 PANEL_CLASS = "Tavok"  # WM_CLASS class of the GTK panel
+SWITCH_3D = (140, 220)  # "3D View / Slice View" in the panel, at its place in the layout
 
 
 def options(extra=None):
@@ -259,6 +260,23 @@ class Tavok:
         x, y = map(int, re.search(r"Position: (\d+),(\d+)", text).groups())
         w, h = map(int, re.search(r"Geometry: (\d+)x(\d+)", text).groups())
         return x, y, w, h
+
+    def panel_aside(self, x=600, y=0):
+        """Moves the panel beside the image window (without a window manager both open at the
+        top left, the panel on top) and returns it."""
+        panel = self.panel_window()
+        xdotool("windowmove", "--sync", panel, x, y)
+        self.settle(0.8)
+        return panel
+
+    def switch_to_3d(self):
+        """Moves the panel aside and presses "3D View / Slice View" (a fixed place in its
+        layout): the cuberille view from the slice plane's camera. Returns the panel."""
+        panel = self.panel_aside()
+        px, py, _, _ = self.geometry(panel)
+        xdotool("mousemove", "--sync", px + SWITCH_3D[0], py + SWITCH_3D[1])
+        xdotool("click", 1)
+        return panel
 
     def focus_sdl(self):
         w = self.sdl_window()

@@ -33,9 +33,8 @@ CHOOSER_BUTTON = (278, 12)      # "Load Volume:" in the panel, moved to (600, 0)
 
 def start(t):
     t.wait_out(r"^transferfunc surface is")
-    panel = t.panel_window()
-    xdotool("windowmove", "--sync", panel, 600, 0)
-    t.settle(1.0)
+    panel = t.panel_aside()
+    t.settle(0.3)
     return panel
 
 

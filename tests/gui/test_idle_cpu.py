@@ -14,16 +14,10 @@ opts = options()
 tmp = tempfile.mkdtemp()
 ball = write_dat(os.path.join(tmp, "ball.dat"), (41, 37, 23),
                  lambda x, y, z: 3000 if (x - 20) ** 2 + (y - 18) ** 2 + (z - 11) ** 2 < 64 else 0)
-SWITCH_3D = (140, 220)  # "3D View / Slice View" in the panel, moved to (600, 0)
 
 with Tavok(opts, [ball]) as t:
     t.wait_out(r"^Orlen-data")
-    panel = t.panel_window()
-    xdotool("windowmove", "--sync", panel, 600, 0)
-    t.settle(0.8)
-    px, py, _, _ = t.geometry(panel)
-    xdotool("mousemove", "--sync", px + SWITCH_3D[0], py + SWITCH_3D[1])
-    xdotool("click", 1)
+    panel = t.switch_to_3d()
     # The cuberille view, then its final pass: the picture stands still.
     shot = t.settled_screenshot()
 

@@ -5,7 +5,7 @@ not a regular file) is refused at once instead of blocking the program in open()
 import os
 import tempfile
 
-from guitest import Tavok, check, finish, options, write_dat, xdotool
+from guitest import Tavok, check, finish, options, write_dat
 
 opts = options()
 tmp = tempfile.mkdtemp()
@@ -27,19 +27,12 @@ def red_pixels(t, panel):
     return area.count(lambda p: (p >> 16) >= 0x80 and ((p >> 8) & 255) < 0x50 and (p & 255) < 0x50)
 
 
-def panel_aside(t):
-    panel = t.panel_window()
-    xdotool("windowmove", "--sync", panel, 600, 0)
-    t.settle(0.8)
-    return panel
-
-
 for name, reason in ((missing, "can't open file " + missing),
                      (empty, "file %s holds no samples: its size is 0 x 10 x 10" % empty),
                      (pipe, "can't read %s: it is not a regular file" % pipe)):
     with Tavok(opts, [name]) as t:
         check(t.wait_out("^" + reason + "$", timeout=20) is not None, "%s: the log line %r" % (os.path.basename(name), reason))
-        panel = panel_aside(t)
+        panel = t.panel_aside()
         check(red_pixels(t, panel) > 50, "%s: the reason shows in the panel" % os.path.basename(name))
         check(t.proc.poll() is None, "%s: still running" % os.path.basename(name))
         t.key("q")
@@ -48,7 +41,7 @@ for name, reason in ((missing, "can't open file " + missing),
 # A good file shows no such line.
 with Tavok(opts, [good]) as t:
     t.wait_out(r"^Orlen-data")
-    panel = panel_aside(t)
+    panel = t.panel_aside()
     check(red_pixels(t, panel) == 0, "a good file: no message in the panel")
     t.key("q")
     check(t.wait_exit() == 0, "a good file: q ends it")
