@@ -88,6 +88,8 @@ static const char usage_text[] =
     "  --up X,Y,Z               the camera's up vector; image rows are laid along it from\n"
     "                           the top, so it points to the bottom of the picture\n"
     "  --preview                write the quick preview instead of the final image\n"
+    "  --abstract               write the abstract view instead: the volume's box and the\n"
+    "                           cutting shape (--cut or --set cut_kind=...), no voxel read\n"
     "  --time                   print the preview and final times in milliseconds\n"
     "  --stored                 write the PNG uncompressed (stored deflate blocks), as the\n"
     "                           window's screenshots are; by default it is compressed\n"
@@ -136,6 +138,7 @@ struct RenderJob {
     bool has_eye = false, has_forward = false, has_look_at = false, has_up = false;
     float eye[3], forward[3], look_at[3], up[3];
     bool preview = false;
+    bool abstract = false;  // the abstract view in place of the mode's passes
     bool time = false;
     bool stored = false;  // the program's own writer of stored blocks instead of zlib
     int bench = 0;
@@ -378,7 +381,8 @@ static RenderJob parse_command_line(int argc, char** argv)
             value = arg + eq + 1;
             option.resize(eq);
         }
-        bool flag = option == "--preview" || option == "--time" || option == "--stored";
+        bool flag = option == "--preview" || option == "--time" || option == "--stored" ||
+                    option == "--abstract";
         if (flag) {
             if (value) fail("%s takes no value", option.c_str());
         } else if (!value) {
@@ -465,6 +469,9 @@ static RenderJob parse_command_line(int argc, char** argv)
         } else if (option == "--stored") {
             if (job.stored) fail("--stored is given twice");
             job.stored = true;
+        } else if (option == "--abstract") {
+            if (job.abstract) fail("--abstract is given twice");
+            job.abstract = true;
         } else if (option == "--time") {
             if (job.time) fail("--time is given twice");
             job.time = true;
@@ -684,7 +691,9 @@ static uint64_t final_rays()
     return n;
 }
 
-static PassTimes render_once(bool preview_only)
+// The abstract view takes the place of the preview, with no final after it, as in the window
+// while "Abstract / 3D View" is on; it casts one ray for every second pixel of every second line.
+static PassTimes render_once(bool preview_only, bool abstract)
 {
     size_t pixels = (size_t)render_target.width * render_target.height;
     memset(render_target.color, 0, pixels * 4);
@@ -702,6 +711,12 @@ static PassTimes render_once(bool preview_only)
     final_pending = 0;
     PassTimes t = {0.0, -1.0, 0, 0};
     double t0 = now_ms();
+    if (abstract) {
+        render_abstract_view(&render_target, voxels, ipos, ifor, iup, istr);
+        t.preview_ms = now_ms() - t0;
+        t.preview_rays = (uint64_t)((render_target.width + 1) / 2) * ((render_target.height + 1) / 2);
+        return t;
+    }
     run_preview();
     t.preview_ms = now_ms() - t0;
     t.preview_rays = preview_rays();
@@ -806,12 +821,12 @@ int main(int argc, char** argv)
     apply_job(job);
     offscreen_render = 1;
 
-    PassTimes t = render_once(job.preview);
+    PassTimes t = render_once(job.preview, job.abstract);
     if (job.bench) {
         std::vector<double> preview_ms, final_ms;
         double preview_rays = 0.0, final_rays = 0.0;
         for (int k = 0; k < job.bench; ++k) {
-            t = render_once(job.preview);
+            t = render_once(job.preview, job.abstract);
             preview_ms.push_back(t.preview_ms);
             preview_rays += (double)t.preview_rays / job.bench;
             if (t.final_ms >= 0.0) {
@@ -819,13 +834,13 @@ int main(int argc, char** argv)
                 final_rays += (double)t.final_rays / job.bench;
             }
         }
-        print_bench_line("preview", preview_ms, preview_rays);
+        print_bench_line(job.abstract ? "abstract" : "preview", preview_ms, preview_rays);
         if (final_ms.empty()) printf("final: none\n");
         else print_bench_line("final", final_ms, final_rays);
         if (job.occlusion) bench_occlusion(job.bench);
     }
     if (job.time) {
-        printf("preview: %.3f ms\n", t.preview_ms);
+        printf("%s: %.3f ms\n", job.abstract ? "abstract" : "preview", t.preview_ms);
         if (t.final_ms >= 0.0) printf("final: %.3f ms\n", t.final_ms);
         else printf("final: none\n");
     }

@@ -32,7 +32,11 @@ static void preview_path()
 {
     if (volume_loaded && !load_requested) {
         prepare_preview_vectors();
-        if (mode_is_rendered(render_mode)) {
+        if (view_kind == view_abstract) {
+            // In place of the mode's preview; it leaves final_pending as it was, so a final
+            // that was due still follows and draws over it.
+            render_abstract_view(&render_target, voxels, ipos, ifor, iup, istr);
+        } else if (mode_is_rendered(render_mode)) {
             run_preview();
             if (find_pass(render_mode)->final) final_pending = 1;
         }

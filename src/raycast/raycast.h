@@ -43,3 +43,25 @@ void render_cuberille_final(RenderTarget* target, uint32_t* voxels, float* ipos,
 // 38 and 255 darkens to 216. Lightening aims at 0x00ffffff, so a top byte is pulled toward 0.
 inline uint32_t lighten(uint32_t c) { return color_lerp(c, 0x00ffffffu, 5000); }
 inline uint32_t darken(uint32_t c) { return color_lerp(c, 0u, 5000); }
+
+// ---------------------------------------------------------------------------------------------
+// The abstract view (view_kind 10, abstract.cpp): the volume's box and the cutting shape of
+// cut_kind, intersected in closed form and lit, on every second pixel of every second line, each
+// copied to its right, lower and diagonal neighbours inside the image. Reads no voxel. A pixel
+// no ray hits keeps what stood in color.
+void render_abstract_view(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
+                          float* iup, float* istr);
+// The eye lies in the box by the inclusive test of the walk's frame; set by each abstract view.
+extern bool box_eye_inside;
+// Each sets *out_distance to 4194304 (nothing) first, then to the distance of a hit along the
+// direction (a true distance, in voxels), and gives the hit surface's normal.
+// The box's face a ray meets, 1 to 6 (x = 0, x = vol_x, y = vol_y, y = 0, z = 0, z = vol_z), or
+// 0: from outside the faces it enters by, from inside (box_eye_inside) those it leaves by. The
+// normals face into the box.
+int ray_box_face(const float* direction, const float* eye, float* out_normal, float* out_distance);
+// The cutting plane, drawn as a disc of radius vol_diag around -cut_plane_n * cut_plane_d: 1 or
+// 0; the normal is cut_plane_n.
+int ray_plane(const float* direction, const float* eye, float* out_normal, float* out_distance);
+// The cutting sphere: 1 entering from outside (normal toward the centre), -1 leaving from inside
+// (normal away from it), 0 no hit.
+int ray_sphere(const float* direction, const float* eye, float* out_normal, float* out_distance);

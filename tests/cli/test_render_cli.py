@@ -511,6 +511,39 @@ def test_cuts(modes):
         check(not gone, "plane and then a sphere holding everything: all black")
 
 
+def test_abstract(volume):
+    """--abstract draws the abstract view: from inside the box its back faces in green, the
+    cutting sphere in red in front of them; every second pixel of every second line, copied to
+    its neighbours, so odd columns repeat the even ones before them, and odd lines too."""
+    out = os.path.join(TMP, "abstract.png")
+    # The phantom is 96 x 96 x 80: the eye near one corner, a sphere of radius 12 in the middle.
+    view = [volume, "--abstract", "--size", "41x31", "--eye", "10,12,8", "--look-at", "48,48,40",
+            "--up", "0,0,-1", "--cut", "sphere:48,48,40,144,inside", "-o", out]
+    status, _, err = run(view)
+    if not check(status == 0, "--abstract renders (%s)" % err.strip()[:200]):
+        return
+    w, h, rows = read_png(out)
+    check((w, h) == (41, 31), "--abstract: the asked size")
+    centre = rows[15][20] >> 8
+    check((centre >> 16) > 2 * ((centre >> 8) & 255), "--abstract: the sphere in the middle is red (%06x)" % centre)
+    corner = rows[0][0] >> 8
+    check(((corner >> 8) & 255) > 2 * (corner >> 16), "--abstract: the box's back faces are green (%06x)" % corner)
+    check(all(row[x] == row[x - 1] for row in rows for x in range(1, w, 2)), "--abstract: odd columns repeat")
+    check(all(rows[y] == rows[y - 1] for y in range(1, h, 2)), "--abstract: odd lines repeat")
+    # With the sphere behind the box's front face, from outside only the box shows.
+    status, _, _ = run([volume, "--abstract", "--size", "41x31", "--eye", "48,48,-100", "--look-at", "48,48,40",
+                        "--up", "0,1,0", "--cut", "sphere:48,48,40,144,inside", "-o", out])
+    if check(status == 0, "--abstract from outside renders"):
+        _, _, rows = read_png(out)
+        colours = set(p >> 8 for row in rows for p in row if p >> 8)
+        check(colours and all(((c >> 8) & 255) > (c >> 16) for c in colours),
+              "--abstract from outside: the front face hides the sphere (%d colours)" % len(colours))
+    status, text, _ = run([volume, "--abstract", "--size", "512x409", "--bench", "3"])
+    check(status == 0 and re.search(r"^abstract: median [0-9.]+ ms", text, re.M) is not None,
+          "--abstract --bench times the abstract view")
+    expect_error([volume, "--abstract", "--abstract"], "--abstract is given twice", "--abstract twice")
+
+
 def test_palette_files(modes):
     """The KVX and VOX files of one model render the same picture from each of the six sides:
     the KVX file stores the surface only, but a first hit sees nothing else. A file the KVX
@@ -632,6 +665,7 @@ def main():
             test_palette_files(modes)
             test_cuts(modes)
             test_occlusion(volume, modes)
+            test_abstract(volume)
     finish()
 
 

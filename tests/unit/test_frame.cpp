@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 #include "app/controls.h"
 #include "raycast_helpers.h"
@@ -498,5 +499,49 @@ TEST(Dispatch, TheLoopWaitsForInputOnlyWhenNothingIsDue)
     render_mode = 12;
     EXPECT_EQ(idle_wait_ms(), idle_wait_limit_ms);
     final_pending = 0;
+    remove(path.c_str());
+}
+
+// The abstract view stands in for the preview; a final that was due still follows and draws
+// over it, and with none due the abstract image stays.
+TEST(Dispatch, AbstractViewInPlaceOfThePreviewLeavesADueFinalDue)
+{
+    std::string path = load_slab_for_dispatch();
+    std::vector<uint32_t> surface((size_t)window_width * window_height, 0);  // image and strip
+    screen_pixels = surface.data();
+    // Eye in front of the slab's box, looking at it: the box's green face fills the middle
+    // (no cutting shape in the way).
+    cut_kind = 0;
+    ipos[0] = 8.5f, ipos[1] = 7.5f, ipos[2] = -40.0f;
+    const float forward[3] = {0.0f, 0.0f, 1.0f}, up[3] = {0.0f, 1.0f, 0.0f};
+    look_along(forward, up);
+    const size_t middle = (size_t)(render_target.height / 2) * render_target.width + render_target.width / 2;
+
+    // A final is due when the toggle comes on: the abstract view is drawn, the final stays due.
+    frame();  // preview: final due
+    ASSERT_EQ(final_pending, 1);
+    view_kind = view_abstract;
+    refresh = 1;
+    frame();
+    EXPECT_EQ(refresh, 0);
+    EXPECT_EQ(final_pending, 1);
+    uint32_t abstract_middle = surface[middle];
+    EXPECT_GT((abstract_middle >> 8) & 0xff, (abstract_middle >> 16) & 0xff);  // green above red
+    // The next frame runs that final pass, which overwrites the abstract image.
+    frame();
+    EXPECT_EQ(final_pending, 0);
+    EXPECT_STREQ(null_render_time, "     0.00 sec");
+    EXPECT_NE(surface[middle], abstract_middle);
+
+    // With no final due the abstract view stays: no final follows it.
+    refresh = 1;
+    frame();
+    EXPECT_EQ(final_pending, 0);
+    EXPECT_EQ(surface[middle], abstract_middle);
+    frame();
+    frame();
+    EXPECT_EQ(surface[middle], abstract_middle);
+    screen_pixels = nullptr;
+    view_kind = view_normal;
     remove(path.c_str());
 }
