@@ -207,3 +207,72 @@ TEST(ApplyCut, WithNoVolumeOnlyLogs)
     apply_cut();
     EXPECT_EQ(refresh, 1);
 }
+
+// "Apply Cut" while the occlusion worker runs: the worker is stopped before a voxel is erased
+// (it would write old occlusion back beside the cut), its cancel flag is put back so that the
+// next start runs, and a calculation started afterwards sees the cut grid. The worker is held
+// until it is waited for, so the calculation is surely under way when the cut comes; once let
+// go it stores full light in the empty voxels it passes and gives up at the first voxel that
+// needs a ray.
+static std::vector<uint32_t> occlusion_after_a_stopped_calculation(bool with_cut)
+{
+    load_block(9, 7, 5, 3000);  // grid 13 x 11 x 9, occlusion 0x80 everywhere
+    light_dir[0] = 1.0f, light_dir[1] = 0.0f, light_dir[2] = 0.0f;
+    shadow_cancel = 0;
+    shadow_running = 0;
+    null_hold_worker = 1;
+    testing::internal::CaptureStdout();
+    start_occlusion();
+    EXPECT_EQ(shadow_running, 1);
+    if (with_cut) {
+        cut_kind = 1;
+        cut_plane_n[0] = 1.0f, cut_plane_n[1] = 0.0f, cut_plane_n[2] = 0.0f;
+        cut_plane_d = -6.0f;  // x + 0.5 < 6 goes: x = 0..5
+        apply_cut();
+    } else {
+        shadow_guard();
+    }
+    std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(shadow_running, 0);
+    EXPECT_EQ(shadow_cancel, 0);
+    size_t discarded = log.find("discard shadow calc and return from func!\n");
+    EXPECT_NE(discarded, std::string::npos) << log;
+    if (with_cut) {
+        EXPECT_LT(discarded, log.find("calculated gradients\n")) << "the worker ends before the rebuild";
+    }
+    null_hold_worker = 0;
+    std::vector<uint32_t> field((size_t)vol_x * vol_y * vol_z);
+    for (size_t i = 0; i < field.size(); ++i) field[i] = voxels[i] >> 16;
+    return field;
+}
+
+TEST(ApplyCut, DuringAnOcclusionCalculationStopsTheWorkerFirst)
+{
+    // The worker saw the grid as it was before the cut: it left the same occlusion as one
+    // stopped without a cut, though the cut has since erased what lies before x = 6.
+    std::vector<uint32_t> uncut = occlusion_after_a_stopped_calculation(false);
+    std::vector<uint32_t> cut = occlusion_after_a_stopped_calculation(true);
+    EXPECT_EQ(cut, uncut);
+    for (uint32_t x = 0; x < vol_x; ++x)
+        for (uint32_t y = 0; y < vol_y; ++y)
+            for (uint32_t z = 0; z < vol_z; ++z) {
+                bool data = x >= 2 && x <= 10 && y >= 2 && y <= 8 && z >= 2 && z <= 6;
+                EXPECT_EQ(voxels[voxel_index(x, y, z)] & density_mask, data && x >= 6 ? 3000u : 0u)
+                    << x << "," << y << "," << z;
+            }
+
+    // A new calculation runs to its end on the cut grid and leaves the densities alone.
+    std::vector<uint32_t> densities((size_t)vol_x * vol_y * vol_z);
+    for (size_t i = 0; i < densities.size(); ++i) densities[i] = voxels[i] & density_mask;
+    testing::internal::CaptureStdout();
+    start_occlusion();
+    wait_for_occlusion();
+    std::string log = testing::internal::GetCapturedStdout();
+    EXPECT_NE(log.find("finished shadow-calc thread"), std::string::npos) << log;
+    for (size_t i = 0; i < densities.size(); ++i) ASSERT_EQ(voxels[i] & density_mask, densities[i]);
+    size_t changed = 0;
+    for (size_t i = 0; i < densities.size(); ++i) changed += (voxels[i] >> 16) != cut[i];
+    EXPECT_GT(changed, 0u);  // the field is the new calculation's
+    stop_shadow_thread();
+    shadow_cancel = 0;
+}
