@@ -19,6 +19,7 @@
 #include <vector>
 #include <unistd.h>
 
+#include "bench_common.h"
 #include "app/app.h"
 #include "app/passes.h"
 #include "core/core.h"
@@ -30,21 +31,6 @@
 
 // TAVOK_BENCH_RUNS=n overrides the number of timed runs (for a profiler run, say).
 static int RUNS = 15, WARMUP = 3;
-
-static double now_ms()
-{
-    return std::chrono::duration<double, std::milli>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-static uint32_t fnv1a(const uint32_t* words, size_t n)
-{
-    uint32_t h = 2166136261u;
-    const uint8_t* b = (const uint8_t*)words;
-    for (size_t i = 0; i < n * 4; ++i) h = (h ^ b[i]) * 16777619u;
-    return h;
-}
 
 static void clear_buffers()
 {

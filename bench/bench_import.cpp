@@ -18,40 +18,13 @@
 #include <string>
 #include <vector>
 
+#include "bench_common.h"
 #include "app/app.h"
 #include "core/core.h"
 #include "import/import.h"
 #include "volume/volume.h"
 
 static int RUNS = 7, WARMUP = 1;
-
-static double now_ms()
-{
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-static double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    size_t n = v.size();
-    return n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
-}
-
-// The load path's log lines go nowhere while timing.
-static int saved_stdout = -1;
-static void quiet(bool on)
-{
-    fflush(stdout);
-    if (on) {
-        saved_stdout = dup(1);
-        int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        close(null);
-    } else {
-        dup2(saved_stdout, 1);
-        close(saved_stdout);
-    }
-}
 
 static bool write_dat(const std::string& path, const ImportedVolume& v)
 {

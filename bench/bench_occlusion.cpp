@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_common.h"
 #include "app/app.h"
 #include "core/core.h"
 #include "transfer/transfer.h"
@@ -28,13 +29,6 @@
 #include "volume/volume.h"
 
 static int RUNS = 7, WARMUP = 1;
-
-static double now_ms()
-{
-    return std::chrono::duration<double, std::milli>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
 
 // Processor time of the whole process: the main thread sleeps in the wait while the worker
 // runs, so this is the worker's time, and it is less disturbed than the clock by other work
@@ -44,29 +38,6 @@ static double cpu_ms()
     timespec t;
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
     return t.tv_sec * 1e3 + t.tv_nsec * 1e-6;
-}
-
-static double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    size_t n = v.size();
-    return n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
-}
-
-// The program's log lines (load, worker) go to /dev/null while figures are taken.
-static int saved_stdout = -1;
-static void quiet(bool on)
-{
-    fflush(stdout);
-    if (on) {
-        saved_stdout = dup(1);
-        int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        close(null);
-    } else {
-        dup2(saved_stdout, 1);
-        close(saved_stdout);
-    }
 }
 
 // The baseline: every voxel, every step, and the store as two atomic steps.

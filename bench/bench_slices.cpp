@@ -15,6 +15,7 @@
 #include <vector>
 #include <unistd.h>
 
+#include "bench_common.h"
 #include "app/app.h"
 #include "app/passes.h"
 #include "core/core.h"
@@ -24,19 +25,6 @@
 #include "volume/volume.h"
 
 static int RUNS = 15, WARMUP = 3;
-
-static double now_ms()
-{
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-static uint32_t fnv1a(const uint32_t* words, size_t n)
-{
-    uint32_t h = 2166136261u;
-    const uint8_t* b = (const uint8_t*)words;
-    for (size_t i = 0; i < n * 4; ++i) h = (h ^ b[i]) * 16777619u;
-    return h;
-}
 
 static void bench_case(const char* what, int kind, int filter, int use_tf)
 {
