@@ -544,6 +544,32 @@ def test_abstract(volume):
     expect_error([volume, "--abstract", "--abstract"], "--abstract is given twice", "--abstract twice")
 
 
+def test_own_voxel_model(modes, build):
+    """make-voxel-model writes the project's model as KVX and as VOX: both load, and both give
+    the same picture from two sides (the KVX slabs keep the gaps between them empty, so even
+    its inside matches)."""
+    tool = os.path.join(build, "make-voxel-model")
+    if not os.path.exists(tool) or "cuberille" not in modes:
+        print("skipped: the project's voxel model (make-voxel-model or cuberille not built)")
+        return
+    files = {}
+    for ending in ("kvx", "vox"):
+        files[ending] = os.path.join(TMP, "island." + ending)
+        status = subprocess.run([tool, files[ending]], capture_output=True).returncode
+        check(status == 0 and os.path.exists(files[ending]), "make-voxel-model writes a .%s file" % ending)
+    for name, view in [("above", ["--eye", "92,-14,62", "--look-at", "32,34,10", "--up", "0,0,-1"]),
+                       ("below", ["--eye", "32,32,-60", "--look-at", "32,32,20", "--up", "0,1,0"])]:
+        images = []
+        for ending, path in files.items():
+            out = os.path.join(TMP, "island-%s-%s.png" % (ending, name))
+            status, _, err = run([path, "--size", "96x72", "--set", "light_model=1"] + view + ["-o", out])
+            if not check(status == 0, "island.%s renders from %s (%s)" % (ending, name, err.strip()[:200])):
+                return
+            images.append(read_png(out)[2])
+        check(len(lit_pixels(images[0])) > 1000, "the island is seen from %s" % name)
+        check(images[0] == images[1], "island.kvx and island.vox give the same picture from %s" % name)
+
+
 def test_palette_files(modes):
     """The KVX and VOX files of one model render the same picture from each of the six sides:
     the KVX file stores the surface only, but a first hit sees nothing else. A file the KVX
@@ -666,6 +692,7 @@ def main():
             test_cuts(modes)
             test_occlusion(volume, modes)
             test_abstract(volume)
+            test_own_voxel_model(modes, opts.build)
     finish()
 
 
