@@ -207,6 +207,28 @@ TEST(KvxLoader, BlurErasesAPaletteVolume)
     remove(path.c_str());
 }
 
+// Every index lies below the occlusion pass's threshold of 501: it skips each voxel and writes
+// full light (255) everywhere, the solid voxels too, and leaves the densities alone.
+TEST(KvxLoader, OcclusionWritesFullLightEverywhere)
+{
+    start_fresh();
+    std::string path = write_bytes("occlusion.kvx", kvx_bytes(full_2x3x4()));
+    ASSERT_TRUE(load(path));
+    std::vector<uint32_t> before(voxels, voxels + (size_t)vol_x * vol_y * vol_z);
+    for (int kind : {1, 2}) {
+        shadow_kind = kind;
+        testing::internal::CaptureStdout();
+        start_occlusion();
+        wait_for_occlusion();
+        testing::internal::GetCapturedStdout();
+        for (size_t i = 0; i < before.size(); ++i) {
+            ASSERT_EQ(voxels[i] >> 16 & 0xff, 255u) << "voxel " << i << ", shadow_kind " << kind;
+            ASSERT_EQ(voxels[i] & 0xffffu, before[i] & 0xffffu) << "voxel " << i;
+        }
+    }
+    remove(path.c_str());
+}
+
 // ---------------------------------------------------------------------------------------------
 
 // A 2 x 2 x 3 VOX model: index (x * 2 + y) * 3 + z.
