@@ -75,7 +75,11 @@ static const char usage_text[] =
     "  --color POS=RRGGBB       colour node at density POS, 0..4095 (repeatable)\n"
     "  --opacity POS=VALUE      opacity node at density POS, VALUE 0..1 (repeatable)\n"
     "  --set NAME=VALUE         any render setting by name: vectors X,Y,Z, arrays NAME[i],\n"
-    "                           colours as hex RRGGBB (repeatable)\n"
+    "                           colours as hex RRGGBB (repeatable); the slice view's too\n"
+    "                           (slice_kind 0 XY, 1 XZ, 2 YZ, 3 plane; slice_x/y/z from 0 to\n"
+    "                           size - 1; slice_zoom 3..1024; slice_normal, slice_d of the\n"
+    "                           plane, whose basis also places the camera; slice_use_tf,\n"
+    "                           slice_filter, slice_recenter)\n"
     "  --mode M                 slices, cuberille, firsthit, mip, avg, rbs or ics\n"
     "                           (default cuberille)\n"
     "  --interp I               none, bilinear or trilinear (default none)\n"
@@ -600,6 +604,30 @@ static void calculate_occlusion(int kind)
     wait_for_occlusion();
 }
 
+// The slice settings as the Slices tab leaves them. Its widgets keep every value inside the
+// grid: a slice index from 0 to size - 1 (an index beyond it would be read outside the grid),
+// four slice kinds, the zoom slider's 3 to 1024; a --set beyond them is refused here, where the
+// sizes are known. The arbitrary plane's normal and distance fields build the plane's basis,
+// which also puts the camera on the plane (the 3D switch looks from there): with slice_kind 3
+// that happens here once, before the camera options.
+static void settle_slice_settings()
+{
+    if (slice_kind < 0 || slice_kind > 3)
+        fail("--set slice_kind=%d: the slice kinds are 0 (XY), 1 (XZ), 2 (YZ) and 3 (arbitrary plane)",
+             slice_kind);
+    const struct {
+        const char* name;
+        uint32_t index, size;
+        char axis;
+    } indexes[3] = {{"slice_x", slice_x, vol_x, 'x'}, {"slice_y", slice_y, vol_y, 'y'}, {"slice_z", slice_z, vol_z, 'z'}};
+    for (const auto& s : indexes)
+        if (s.index >= s.size)
+            fail("--set %s=%u: the grid's %c runs from 0 to %u", s.name, s.index, s.axis, s.size - 1);
+    if (!(slice_zoom >= 3.0f && slice_zoom <= 1024.0f))
+        fail("--set slice_zoom=%g: the zoom runs from 3 to 1024 voxels across the picture", slice_zoom);
+    if (slice_kind == 3) make_slice_basis();
+}
+
 // Everything the job asks of the loaded volume, in the fixed order of the options.
 static void apply_job(const RenderJob& job)
 {
@@ -630,6 +658,7 @@ static void apply_job(const RenderJob& job)
         else set_opacity_node_at(step.pos, step.opacity);
     }
     for (const SetStep& step : job.sets) apply_setting(step);
+    settle_slice_settings();
     if (job.mode >= 0) render_mode = job.mode;
     if (job.interp >= 0) interp_mode = (uint8_t)job.interp;
     if (job.occlusion) calculate_occlusion(job.occlusion);

@@ -570,6 +570,103 @@ def test_own_voxel_model(modes, build):
         check(images[0] == images[1], "island.kvx and island.vox give the same picture from %s" % name)
 
 
+def f32(x):
+    return struct.unpack("<f", struct.pack("<f", x))[0]
+
+
+def grey_of(d):
+    """The grey identity table of a .dat load: o = d * (1 / 4095) in floats, grey = o * 255
+    truncated, in all three bytes."""
+    o = f32(d * f32(0.00024420026))
+    g = int(f32(o * 255.0))
+    return g << 16 | g << 8 | g, o
+
+
+def test_slice_settings(modes):
+    """--set reaches the slice view's settings. Three volumes of 9 x 9 x 9 samples (13 x 13 x
+    13 with the margin) whose density rises by 250 from plane to plane along one axis, 1000 at
+    the first: an axis slice across that axis shows one density wherever it meets the volume,
+    so with nearest sampling its picture holds exactly that grey and black."""
+    if "slices" not in modes:
+        print("skipped: slice settings (slices not built yet)")
+        return
+    vols = [write_dat(os.path.join(TMP, "ramp-%s.dat" % a), (9, 9, 9),
+                      (lambda k: lambda x, y, z: 1000 + 250 * (x, y, z)[k])(k))
+            for k, a in enumerate("xyz")]
+    out = os.path.join(TMP, "slice.png")
+
+    def colours(vol, *sets, mode="slices"):
+        args = [vol, "--mode", mode, "--size", "48x40", "-o", out]
+        for s in sets:
+            args += ["--set", s]
+        status, _, err = run(args)
+        if not check(status == 0, "%s renders (%s)" % (" ".join(sets), err.strip()[:200])):
+            return None, []
+        rows = read_png(out)[2]
+        return rows, lit_pixels(rows)
+
+    # slice_kind 0 is XY across z, 1 XZ across y, 2 YZ across x; the index is a grid plane.
+    for k, (kind, index) in enumerate([(2, "slice_x"), (1, "slice_y"), (0, "slice_z")]):
+        shown = {}
+        for plane in (3, 9):
+            _, lit = colours(vols[k], "slice_kind=%d" % kind, "%s=%d" % (index, plane), "slice_filter=0",
+                             "slice_zoom=20")
+            want = grey_of(1000 + 250 * (plane - 2))[0]
+            # 9 of the 20 voxels across the picture's 40 lines: about 18 x 17 pixels.
+            check(len(lit) > 250 and set(lit) == {want},
+                  "%s=%d: the plane's grey %06x only (%d lit, %s)" % (index, plane, want, len(lit),
+                                                                     sorted("%06x" % c for c in set(lit))[:4]))
+            shown[plane] = lit
+        _, lit = colours(vols[k], "slice_kind=%d" % kind, "%s=0" % index, "slice_zoom=20")
+        check(not lit, "%s=0: a plane of the margin, all black" % index)
+    # The default view (XY through the middle, z = 6, zoom 256) is small and of another grey.
+    _, lit = colours(vols[2], "slice_filter=0")
+    check(0 < len(lit) < 100 and set(lit) == {grey_of(2000)[0]},
+          "the default slice: z = 6, zoom 256, few pixels (%d)" % len(lit))
+    # Bilinear filtering blends the volume's edge with the black margin; nearest does not.
+    _, lit = colours(vols[2], "slice_z=9", "slice_zoom=20", "slice_filter=1")
+    check(len(set(lit)) > 3, "slice_filter=1: the edges blend (%d colours)" % len(set(lit)))
+    # The transfer function's opacity weighs each byte: (g * trunc(o * 32767)) >> 15.
+    g, o = grey_of(2750)
+    a = int(o * 32767.0)
+    byte = ((g & 255) * a) >> 15
+    _, lit = colours(vols[2], "slice_z=9", "slice_zoom=20", "slice_filter=0", "slice_use_tf=1")
+    check(set(lit) == {byte * 0x010101}, "slice_use_tf=1: grey %02x weighed by its opacity to %02x (%s)"
+          % (g & 255, byte, sorted("%06x" % c for c in set(lit))[:4]))
+    # The arbitrary plane z = 9.5 (normal 0,0,1, d = -9.5) meets grid plane 9, also when the
+    # slice is not recentred: its basis is built from the normal either way.
+    for recenter in (1, 0):
+        for z in (4, 9):
+            _, lit = colours(vols[2], "slice_kind=3", "slice_normal=0,0,1", "slice_d=-%d.5" % z,
+                             "slice_zoom=20", "slice_recenter=%d" % recenter)
+            want = grey_of(1000 + 250 * (z - 2))[0]
+            check(len(lit) > 500 and set(lit) == {want},
+                  "plane z = %d.5, slice_recenter=%d: grey %06x only (%d lit)" % (z, recenter, want, len(lit)))
+    # A plane along x (normal 1,0,0) on the x ramp: d = -5.5 meets grid plane 5.
+    _, lit = colours(vols[0], "slice_kind=3", "slice_normal=2,0,0", "slice_d=-5.5", "slice_zoom=20")
+    check(len(lit) > 500 and set(lit) == {grey_of(1750)[0]}, "plane x = 5.5 from the normal 2,0,0 made unit")
+    # The plane's basis places the camera, as the window's 3D switch looks from there: the
+    # cuberille view from the plane z = -240.5 looking along +z sees the volume's z = 2 face.
+    if "cuberille" in modes:
+        rows, lit = colours(vols[2], "slice_kind=3", "slice_normal=0,0,1", mode="cuberille")
+        default_rows, _ = colours(vols[2], mode="cuberille")
+        check(lit and rows != default_rows, "slice_kind=3 moves the 3D camera onto the plane's")
+        check(set(lit) == {grey_of(1000)[0]}, "... which sees the first plane, grey %06x" % grey_of(1000)[0])
+    # Values no widget can give are refused, with the grid's range where it is the bound.
+    vol = vols[2]
+    expect_error([vol, "--set", "slice_z=13"], "--set slice_z=13: the grid's z runs from 0 to 12", "slice_z=13")
+    expect_error([vol, "--set", "slice_x=4294967295"], "the grid's x runs from 0 to 12", "slice_x huge")
+    expect_error([vol, "--set", "slice_y=13"], "the grid's y runs from 0 to 12", "slice_y=13")
+    expect_error([vol, "--set", "slice_kind=4"], "--set slice_kind=4: the slice kinds are", "slice_kind=4")
+    expect_error([vol, "--set", "slice_kind=-1"], "--set slice_kind=-1: the slice kinds are", "slice_kind=-1")
+    expect_error([vol, "--set", "slice_zoom=2.5"], "--set slice_zoom=2.5: the zoom runs from 3 to 1024",
+                 "slice_zoom=2.5")
+    expect_error([vol, "--set", "slice_zoom=1025"], "the zoom runs from 3 to 1024", "slice_zoom=1025")
+    status, _, _ = run([vol, "--mode", "slices", "--set", "slice_z=12", "--set", "slice_zoom=3", "--size", "8x8",
+                        "-o", out])
+    check(status == 0, "slice_z=12 and slice_zoom=3, the ends of their ranges, render")
+
+
 def test_palette_files(modes):
     """The KVX and VOX files of one model render the same picture from each of the six sides:
     the KVX file stores the surface only, but a first hit sees nothing else. A file the KVX
@@ -693,6 +790,7 @@ def main():
             test_occlusion(volume, modes)
             test_abstract(volume)
             test_own_voxel_model(modes, opts.build)
+            test_slice_settings(modes)
     finish()
 
 
