@@ -38,3 +38,30 @@ void render_ics_final_trilinear(RenderTarget* target, uint32_t* voxels, float* i
 // and from pass to pass (0 at the start of the run): the first visit of a ray measures its
 // sample distance from what the ray before left here.
 extern int32_t prev_cross_t;
+
+// Render mode 4, maximum intensity projection: each pixel shows the sample of its ray that the
+// transfer function makes most opaque (the nearest of equal ones), in that sample's colour,
+// unlit; a ray ends at an opacity of 0.975. Render mode 6, average value projection: each
+// pixel shows the mean of the samples that the transfer function does not hide, taken over
+// one more than their number; no early end. With faint_whisps the colour is scaled by the
+// opacity found (mip) or by the mean opacity (avg).
+//
+// The previews cast the lattice (first step projection_lattice, refinement down to
+// preview_limit_simple) and leave color, depth, mask and lattice_step. The finals (interp_mode
+// 0 and 1) cast only the pixels the preview did not, and column 0, polling on odd lines; they
+// close with smooth_image. The trilinear finals cast every pixel and poll at every line and
+// before every pixel whose x is a multiple of 8; a change clears the image and draws the
+// preview in its place.
+constexpr int projection_lattice = 16;  // the first lattice of both previews
+void render_mip_preview(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor, float* iup,
+                        float* istr);
+void render_mip_final(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor, float* iup,
+                      float* istr);
+void render_mip_final_trilinear(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
+                                float* iup, float* istr);
+void render_avg_preview(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor, float* iup,
+                        float* istr);
+void render_avg_final(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor, float* iup,
+                      float* istr);
+void render_avg_final_trilinear(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
+                                float* iup, float* istr);

@@ -40,6 +40,7 @@ struct PlaneSample {
     size_t base;           // index of v(0, 0)
     size_t step_b;         // index step to v(1, 0)
     size_t step_c;         // index step to v(0, 1)
+    int axis_b, axis_c;    // b and c: 0 x, 1 y, 2 z
     float fb, fc, gb, gc;  // fb = q.b - trunc(q.b), gb = (trunc(q.b) - q.b) + 1; c likewise
 };
 
@@ -48,43 +49,64 @@ struct PlaneSample {
 // size along b or c), a crossing point outside 0 <= q < size along b or c, or a plane whose
 // cell one step back along a lies outside the grid. The crossing point is
 // q = dir * 0.00024414062 * cross_t + p (cross_t / 4096 along the ray).
-TAVOK_INLINE bool plane_sample(const RayWalk& w, const GridView& g, const float* p, const float* dir,
-                               PlaneSample& s)
+//
+// It comes in two halves, since none of the tests has a side effect and the answer is the
+// same in any order: plane_sample_voxels, the integer tests and the four voxels' places, and
+// plane_sample_weights, the crossing point's test and the weights. A pass that can tell from
+// the four voxels alone that a sample would count for nothing (all four transparent, say)
+// reads them after the first half and never computes the second.
+TAVOK_INLINE bool plane_sample_voxels(const RayWalk& w, const GridView& g, const float* dir, PlaneSample& s)
 {
-    int a, b, c;
+    int a;
     int32_t cell_a, step_a;
     uint32_t size_a;
     size_t stride_a;
     switch (w.entry_face) {
     case 1:
-        a = 0, b = 1, c = 2, cell_a = w.x, step_a = w.step_x, size_a = g.size_x;
+        a = 0, s.axis_b = 1, s.axis_c = 2, cell_a = w.x, step_a = w.step_x, size_a = g.size_x;
         stride_a = (size_t)g.stride_x, s.step_b = 1, s.step_c = (size_t)g.stride_z;
         break;
     case 2:
-        a = 1, b = 0, c = 2, cell_a = w.y, step_a = w.step_y, size_a = g.size_y;
+        a = 1, s.axis_b = 0, s.axis_c = 2, cell_a = w.y, step_a = w.step_y, size_a = g.size_y;
         stride_a = 1, s.step_b = (size_t)g.stride_x, s.step_c = (size_t)g.stride_z;
         break;
     default:
-        a = 2, b = 0, c = 1, cell_a = w.z, step_a = w.step_z, size_a = g.size_z;
+        a = 2, s.axis_b = 0, s.axis_c = 1, cell_a = w.z, step_a = w.step_z, size_a = g.size_z;
         stride_a = (size_t)g.stride_z, s.step_b = (size_t)g.stride_x, s.step_c = 1;
         break;
     }
     const int32_t cell[3] = {w.x, w.y, w.z};
     const uint32_t size[3] = {g.size_x, g.size_y, g.size_z};
-    if (!((uint32_t)(cell[b] + 1) < size[b] && (uint32_t)(cell[c] + 1) < size[c])) return false;
+    if (!((uint32_t)(cell[s.axis_b] + 1) < size[s.axis_b] && (uint32_t)(cell[s.axis_c] + 1) < size[s.axis_c]))
+        return false;
+    if ((uint32_t)(cell_a - step_a) >= size_a) return false;
+    s.base = (size_t)w.index + (dir[a] < 0.0f ? stride_a : 0);
+    return true;
+}
+
+// The second half: the crossing point on the plane that plane_sample_voxels chose, its test
+// and the four weights.
+TAVOK_INLINE bool plane_sample_weights(const RayWalk& w, const GridView& g, const float* p, const float* dir,
+                                       PlaneSample& s)
+{
+    const int b = s.axis_b, c = s.axis_c;
+    const uint32_t size[3] = {g.size_x, g.size_y, g.size_z};
     const float t = (float)w.cross_t;
     const float qb = dir[b] * 0.00024414062f * t + p[b];
     const float qc = dir[c] * 0.00024414062f * t + p[c];
     if (!(qb >= 0.0f && qb < (float)size[b] && qc >= 0.0f && qc < (float)size[c])) return false;
-    if ((uint32_t)(cell_a - step_a) >= size_a) return false;
-    (void)a;
-    s.base = (size_t)w.index + (dir[a] < 0.0f ? stride_a : 0);
     const float tb = (float)trunc_i32(qb), tc = (float)trunc_i32(qc);
     s.fb = qb - tb;
     s.fc = qc - tc;
     s.gb = (tb - qb) + 1.0f;
     s.gc = (tc - qc) + 1.0f;
     return true;
+}
+
+TAVOK_INLINE bool plane_sample(const RayWalk& w, const GridView& g, const float* p, const float* dir,
+                               PlaneSample& s)
+{
+    return plane_sample_voxels(w, g, dir, s) && plane_sample_weights(w, g, p, dir, s);
 }
 
 // The blend of the four values at v(0, 0), v(1, 0), v(0, 1), v(1, 1):
@@ -152,11 +174,11 @@ struct Corners {
     float fx, fy, fz;  // pos - trunc(pos) on each axis
 };
 
-TAVOK_INLINE void trilinear_corners(const GridView& g, const int32_t* cell, const float* pos, Corners& k)
+// The places of the eight corners of a sample whose base cell is cell (the first half of
+// trilinear_corners): a pass that can tell from the eight voxels alone that the sample counts
+// for nothing reads them after this and never computes the weights.
+TAVOK_INLINE void trilinear_indices(const GridView& g, const int32_t* cell, Corners& k)
 {
-    k.fx = pos[0] - (float)trunc_i32(pos[0]);
-    k.fy = pos[1] - (float)trunc_i32(pos[1]);
-    k.fz = pos[2] - (float)trunc_i32(pos[2]);
     const uint32_t x = (uint32_t)cell[0], y = (uint32_t)cell[1], z = (uint32_t)cell[2];
     const uint32_t x1 = x + 1 < g.size_x ? x + 1 : g.size_x - 1;
     const uint32_t y1 = y + 1 < g.size_y ? y + 1 : g.size_y - 1;
@@ -165,15 +187,28 @@ TAVOK_INLINE void trilinear_corners(const GridView& g, const int32_t* cell, cons
     const size_t xs[2] = {(size_t)x * sz, (size_t)x1 * sz};
     const size_t zs[2] = {(size_t)z, (size_t)z1};
     const size_t ys[2] = {(size_t)y, (size_t)y1};
+    for (int dx = 0; dx < 2; ++dx)
+        for (int dy = 0; dy < 2; ++dy)
+            for (int dz = 0; dz < 2; ++dz) k.index[dx * 4 + dy * 2 + dz] = (xs[dx] + zs[dz]) * sy + ys[dy];
+}
+
+// The fractions and the eight weights of a sample at pos (the second half).
+TAVOK_INLINE void trilinear_weights(const float* pos, Corners& k)
+{
+    k.fx = pos[0] - (float)trunc_i32(pos[0]);
+    k.fy = pos[1] - (float)trunc_i32(pos[1]);
+    k.fz = pos[2] - (float)trunc_i32(pos[2]);
     const float gx = 1.0f - k.fx, gy = 1.0f - k.fy, gz = 1.0f - k.fz;
     const float wx[2] = {gx, k.fx}, wy[2] = {gy, k.fy}, wz[2] = {gz, k.fz};
     for (int dx = 0; dx < 2; ++dx)
         for (int dy = 0; dy < 2; ++dy)
-            for (int dz = 0; dz < 2; ++dz) {
-                const int n = dx * 4 + dy * 2 + dz;
-                k.index[n] = (xs[dx] + zs[dz]) * sy + ys[dy];
-                k.w[n] = wx[dx] * wy[dy] * wz[dz];
-            }
+            for (int dz = 0; dz < 2; ++dz) k.w[dx * 4 + dy * 2 + dz] = wx[dx] * wy[dy] * wz[dz];
+}
+
+TAVOK_INLINE void trilinear_corners(const GridView& g, const int32_t* cell, const float* pos, Corners& k)
+{
+    trilinear_indices(g, cell, k);
+    trilinear_weights(pos, k);
 }
 
 // The weighted sum of value(index) over the eight corners, in the order of k.
