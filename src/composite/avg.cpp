@@ -45,12 +45,15 @@ struct AvgRay {
         return false;  // no early end
     }
 
-    // The mean density as a float. It stays below 4095 on any ray but for single-precision
-    // error; it is held at 4095 so that no rounding can read past the tables.
+    // The mean density as a float. The extra count keeps it below 4095 on any ray but for
+    // single-precision error, which can lift it to 4095 or a little above (thousands of
+    // samples of 4095 added in floats); that case keeps its rule, i = 4095 mixing toward the
+    // entry below. Only a mean of 4096 or more, which would read past the tables, is held
+    // just below 4096.
     TAVOK_INLINE float mean_density() const
     {
         const float mean = (float)sum_density / (float)sample_count;
-        return mean <= 4095.0f ? mean : 4095.0f;
+        return mean < 4096.0f ? mean : 4095.9998f;
     }
 
     TAVOK_INLINE uint32_t faint_finish(uint32_t c) const

@@ -59,6 +59,7 @@ inline void start_fresh()
     idle_clears = 0;
     null_ticks = 0;
     null_chooser_name = nullptr;
+    null_pump_hook = nullptr;
 }
 
 inline uint32_t density_at(uint32_t x, uint32_t y, uint32_t z)
