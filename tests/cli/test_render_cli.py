@@ -298,6 +298,54 @@ def test_camera(volume, modes):
           "(%d pixels differ)" % diff)
 
 
+def test_projections(volume, modes):
+    """mip and avg in every interpolation, on the phantom and on the block of 4095 (13 x 11 x 9
+    samples with the empty margin of 2). With the grey ramp density 4095 has opacity 1.0, at
+    least 0.975: a mip ray ends at its first voxel of the block and shows white, in every
+    interpolation. The average of the same rays counts one sample more than it saw, so it stays
+    below white, and it darkens toward the block's rim where the rays are short."""
+    projections = [m for m in ("mip", "avg") if m in modes]
+    if not projections:
+        print("skipped: projections (mip and avg not built yet)")
+        return
+    vol = write_dat(os.path.join(TMP, "block4095.dat"), (13, 11, 9), lambda x, y, z: 4095)
+    view = [vol, "--size", "41x31", "--eye", "8.5,7.5,-40", "--look-at", "8.5,7.5,6.5", "--up", "0,1,0"]
+    out = os.path.join(TMP, "projection.png")
+    for mode in projections:
+        for interp in ("none", "bilinear", "trilinear"):
+            what = "%s --interp %s" % (mode, interp)
+            status, _, err = run(view + ["--mode", mode, "--interp", interp, "-o", out])
+            if not check(status == 0, "%s: block renders (%s)" % (what, err.strip()[:200])):
+                continue
+            w, h, rows = read_png(out)
+            c = rows[h // 2][w // 2] >> 8
+            if mode == "mip":
+                check(c == 0xffffff, "%s: the block's centre is white (0x%06x)" % (what, c))
+            else:
+                check(0 < c < 0xffffff and c & 0xff == c >> 16, "%s: the block's centre is a grey "
+                      "below white (0x%06x)" % (what, c))
+            check(rows[0][0] >> 8 == 0, "%s: a ray that misses the block is black" % what)
+            # The phantom (96 x 96 x 80) from the front.
+            status, _, err = run([volume, "--mode", mode, "--interp", interp, "--size", "80x64",
+                                  "--eye", "48,200,40", "--look-at", "48,48,40", "--up", "0,0,-1", "-o", out])
+            if check(status == 0, "%s: phantom renders (%s)" % (what, err.strip()[:200])):
+                _, _, rows = read_png(out)
+                check(len(lit_pixels(rows)) > 80 * 64 // 8, "%s: the phantom shows" % what)
+            line = r"^%s: median \d+\.\d{3} ms, min \d+\.\d{3} ms, max \d+\.\d{3} ms, (\d+) rays/s$"
+            status, text, err = run([volume, "--mode", mode, "--interp", interp, "--size", "80x64",
+                                     "--bench", "2"])
+            if check(status == 0, "%s: --bench runs (%s)" % (what, err.strip()[:200])):
+                check(re.search(line % "preview", text, re.M) is not None and
+                      re.search(line % "final", text, re.M) is not None,
+                      "%s: --bench prints the preview and the final" % what)
+        # faint_whisps through --set: the mip block at opacity 1 comes out 254 for 255.
+        status, _, _ = run(view + ["--mode", mode, "--set", "faint_whisps=1", "-o", out])
+        if check(status == 0, "%s with faint_whisps renders" % mode):
+            w, h, rows = read_png(out)
+            if mode == "mip":
+                check(rows[h // 2][w // 2] >> 8 == 0xfefefe, "mip, faint_whisps: white 255 -> 254")
+
+
 def test_time_and_bench(volume, modes):
     mode = "cuberille" if "cuberille" in modes else modes[0]
     out = os.path.join(TMP, "bench.png")
@@ -791,6 +839,7 @@ def main():
             test_abstract(volume)
             test_own_voxel_model(modes, opts.build)
             test_slice_settings(modes)
+            test_projections(volume, modes)
     finish()
 
 

@@ -682,3 +682,53 @@ TEST(ProjectionTrilinear, AChangeInsideALineIsSeenAgainAtTheNextLine)
         screen_pixels = nullptr;
     }
 }
+
+// ---------------------------------------------------------------------------------------------
+// Through the frame loop: modes 4 and 6 draw their preview on the frame that finds refresh set,
+// and their final only when the last double click in the editor strip is more than 350 ms old.
+
+TEST(ProjectionFrame, TheFinalWaitsForThePauseAfterADoubleClick)
+{
+    for (int mode : {4, 6}) {
+        for (int interp : {0, 2}) {
+            start_fresh();
+            std::string path = write_dat("projection_frame.dat", 13, 11, 9,
+                                         make_samples(13, 11, 9, [](int x, int, int) { return x >= 6 ? 3000 : 0; }));
+            null_chooser_name = path.c_str();
+            load_requested = 1;
+            testing::internal::CaptureStdout();
+            frame();  // the load; it leaves refresh set
+            testing::internal::GetCapturedStdout();
+            remove(path.c_str());
+            ASSERT_EQ(volume_loaded, 1);
+            render_mode = mode;
+            interp_mode = (uint8_t)interp;
+            gui_active = 1;  // the panel has the focus: no idle delay moves the clock
+            set_camera(-6.0f, 7.5f, 6.5f, 1.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f);
+            null_render_time[0] = 0;
+            null_ticks = 5000;
+            last_double_click = 5000;
+            refresh = 1;
+            frame();
+            EXPECT_EQ(refresh, 0);
+            EXPECT_EQ(final_pending, 1);
+            EXPECT_EQ(lattice_step, 16);
+            EXPECT_NE(mask_at(0, 0), 0);
+            // At 0 and at exactly 350 ms after the double click the final waits.
+            unsigned pumps = null_gui_pumps;
+            frame();
+            null_ticks = 5350;
+            frame();
+            EXPECT_EQ(final_pending, 1) << mode;
+            EXPECT_STREQ(null_render_time, "") << mode;
+            EXPECT_EQ(null_gui_pumps, pumps + 2) << mode;  // the frames' own pumps, no final's
+            null_ticks = 5351;
+            frame();
+            EXPECT_EQ(final_pending, 0) << mode;
+            EXPECT_STREQ(null_render_time, "     0.00 sec") << mode;
+            EXPECT_GT(null_gui_pumps, pumps + 3) << mode;  // the final polled its lines
+            // The slab of 3000 seen through its face: the grey of 3000 in the middle.
+            EXPECT_NE(pixel(256, 204), 0u) << mode;
+        }
+    }
+}
