@@ -2,6 +2,7 @@
 #pragma once
 #include <unistd.h>
 
+#include <cstdio>
 #include <string>
 
 #include "raycast_helpers.h"
@@ -14,8 +15,11 @@ inline bool load_phantom()
     std::string path = dir + "/phantom.dat", tool = dir + "/make-phantom";
     if (access(path.c_str(), R_OK) != 0) {
         if (access(tool.c_str(), X_OK) != 0) return false;
-        std::string command = tool + " " + path + " > /dev/null";
-        if (system(command.c_str()) != 0) return false;
+        // Written under a name of its own and then renamed, since tests running side by side
+        // may make it at the same time: none of them may read a half-written file.
+        std::string part = path + "." + std::to_string(getpid());
+        std::string command = tool + " " + part + " > /dev/null";
+        if (system(command.c_str()) != 0 || rename(part.c_str(), path.c_str()) != 0) return false;
     }
     testing::internal::CaptureStdout();
     bool loaded = load_volume_file(path.c_str());

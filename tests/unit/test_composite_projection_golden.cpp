@@ -7,29 +7,10 @@
 // Skipped with a message when make-phantom is not built.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <string>
-
 #include "composite/composite.h"
-#include "raycast_helpers.h"
+#include "golden_helpers.h"
 
 namespace {
-
-bool load_phantom()
-{
-    std::string dir = TAVOK_BUILD_DIR;
-    std::string path = dir + "/phantom.dat", tool = dir + "/make-phantom";
-    if (access(path.c_str(), R_OK) != 0) {
-        if (access(tool.c_str(), X_OK) != 0) return false;
-        std::string command = tool + " " + path + " > /dev/null";
-        if (system(command.c_str()) != 0) return false;
-    }
-    testing::internal::CaptureStdout();
-    bool loaded = load_volume_file(path.c_str());
-    testing::internal::GetCapturedStdout();
-    return loaded;
-}
 
 // Skin faint and reddish, brain fainter, bone pale and nearly opaque (bone 1.0: a mip ray ends
 // at the first bone); nothing below 1000.
