@@ -6,6 +6,7 @@
 // Everything declared here is in the display-free library. The SDL window (display.cpp),
 // SDL input (input.cpp) and main (main.cpp) belong to the tavok executable only.
 #pragma once
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 
@@ -106,8 +107,18 @@ extern unsigned last_double_click;           // ticks of the latest latch; drive
 extern unsigned last_button_up;              // ticks of the latest button release
 extern unsigned last_slice_switch;           // ticks of the latest middle-button kind switch
 
-// Normalising, the one rule of the system: a length of 0.001 or less counts as 0.001.
-void normalize3(float* v);
+// Normalising, the one rule of the system: a length of 0.001 or less counts as 0.001, so a
+// null vector stays null instead of dividing by zero. Inline: shaded passes normalise normals
+// at every sample.
+[[gnu::always_inline]] inline void normalize3(float* v)
+{
+    float length = sqrtf(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    if (length <= 0.001f) length = 0.001f;
+    const float inverse = 1.0f / length;
+    v[0] *= inverse;
+    v[1] *= inverse;
+    v[2] *= inverse;
+}
 // c = a x b, in single precision. c must not be a or b.
 void cross3(const float* a, const float* b, float* c);
 
@@ -135,6 +146,9 @@ void render_to_file_at(const char* path);
 // Copies the target's color (width * height words) to the window surface, or to
 // offscreen_pixels while offscreen_render is set. The end of every pass.
 void show_image(const RenderTarget* target);
+// The image a pass shows into: offscreen_pixels while offscreen_render is set, else the window
+// surface's pixels (null without a window).
+uint32_t* display_pixels();
 
 // ---------------------------------------------------------------------------------------------
 // Static images (images.cpp).

@@ -124,16 +124,6 @@ ViewExtents view_extents(const RenderTarget* target)
     return {v.half_str, v.half_up, v.pixel_step};
 }
 
-void normalize3(float* v)
-{
-    float length = sqrtf(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
-    if (length <= 0.001f) length = 0.001f;
-    float inverse = 1.0f / length;
-    v[0] *= inverse;
-    v[1] *= inverse;
-    v[2] *= inverse;
-}
-
 void cross3(const float* a, const float* b, float* c)
 {
     c[0] = a[1] * b[2] - a[2] * b[1];
@@ -179,9 +169,10 @@ void clamp_forward()
         if (fabsf(ifor[i]) < 0.0001f) ifor[i] = ifor[i] >= 0.0f ? 0.0001f : -0.0001f;
 }
 
+uint32_t* display_pixels() { return offscreen_render ? offscreen_pixels : screen_pixels; }
+
 void show_image(const RenderTarget* target)
 {
-    size_t bytes = (size_t)target->width * target->height * 4;
-    if (offscreen_render) memcpy(offscreen_pixels, target->color, bytes);
-    else if (screen_pixels) memcpy(screen_pixels, target->color, bytes);
+    if (uint32_t* shown = display_pixels())
+        memcpy(shown, target->color, (size_t)target->width * target->height * 4);
 }

@@ -261,6 +261,23 @@ TAVOK_INLINE uint32_t trilinear_color(const Corners& k, const uint32_t* c)
 }
 
 // ---------------------------------------------------------------------------------------------
+// The step vector of the march: the unnormalised direction dir made a unit vector (its length
+// raised to 0.001 if it is no more) times the sample distance.
+TAVOK_INLINE void march_step(const float* dir, float stepsize, float* s)
+{
+    float length = sqrtf(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]);
+    if (length <= 0.001f) length = 0.001f;
+    const float inverse = 1.0f / length;
+    for (int a = 0; a < 3; ++a) s[a] = dir[a] * inverse * stepsize;
+}
+
+// The march's limit on its sample count: the ray ends once limit <= (float) count.
+TAVOK_INLINE float march_limit(const GridView& g, float stepsize)
+{
+    return (float)g.max_steps * (1.0f / stepsize);
+}
+
+// ---------------------------------------------------------------------------------------------
 // The trilinear march: samples every sample_stepsize along the normalised ray, jumping over
 // empty bricks, up to max_ray_steps / sample_stepsize samples.
 //
@@ -279,16 +296,21 @@ TAVOK_INLINE uint32_t trilinear_color(const Corners& k, const uint32_t* c)
 // run that ends in a solid brick counts one more. A run that ends in another empty brick makes
 // one more advance, counted twice, and looks again. Then the sample count rises by one, and
 // the ray ends when (float) max_ray_steps * (1 / sample_stepsize) <= (float) count.
-template <class Visit>
-TAVOK_INLINE bool march_ray(const GridView& g, const float* p, const float* dir, float stepsize, Visit&& sample)
+//
+// on_run(cell, pos, n) is told of every position at which the march enters a brick that the
+// grid view passes over, before it moves on through it: n is the number of advances from the
+// first position to this one, which is what the sample count would be at this position had
+// the brick been sampled. It matters to a pass whose grid view passes over bricks that hold
+// densities (a map of its own in place of block_map); the positions in such a brick are not
+// sampled, and the pass may need to know which they were.
+template <class Visit, class OnRun>
+TAVOK_INLINE bool march_ray(const GridView& g, const float* p, const float* dir, float stepsize, Visit&& sample,
+                            OnRun&& on_run)
 {
-    float length = sqrtf(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]);
-    if (length <= 0.001f) length = 0.001f;
-    const float inverse = 1.0f / length;
-    const float s[3] = {dir[0] * inverse * stepsize, dir[1] * inverse * stepsize,
-                        dir[2] * inverse * stepsize};
+    float s[3];
+    march_step(dir, stepsize, s);
     const uint32_t size[3] = {g.size_x, g.size_y, g.size_z};
-    const float limit = (float)g.max_steps * (1.0f / stepsize);
+    const float limit = march_limit(g, stepsize);
 
     float pos[3] = {p[0] + dir[0], p[1] + dir[1], p[2] + dir[2]};
     int32_t cell[3];
@@ -318,6 +340,8 @@ TAVOK_INLINE bool march_ray(const GridView& g, const float* p, const float* dir,
         if (sample((const int32_t*)cell, (const float*)pos)) return true;
         if (!advance()) return true;
         while (g.block_map[brick_of(cell)] == 0) {
+            // The advance to this position is not counted yet.
+            on_run((const int32_t*)cell, (const float*)pos, count + 1);
             // Empty brick: advance without reading until the brick changes.
             const uint32_t bx = (uint32_t)cell[0] >> 3, by = (uint32_t)cell[1] >> 3,
                            bz = (uint32_t)cell[2] >> 3;
@@ -337,12 +361,20 @@ TAVOK_INLINE bool march_ray(const GridView& g, const float* p, const float* dir,
                 count += 1;
                 break;
             }
+            // Neither this advance nor the one into the brick before is counted yet.
+            on_run((const int32_t*)cell, (const float*)pos, count + 2);
             if (!advance()) return true;
             count += 2;
         }
         count += 1;
         if (limit <= (float)count) return true;
     }
+}
+
+template <class Visit>
+TAVOK_INLINE bool march_ray(const GridView& g, const float* p, const float* dir, float stepsize, Visit&& sample)
+{
+    return march_ray(g, p, dir, stepsize, sample, [](const int32_t*, const float*, uint32_t) {});
 }
 
 // ---------------------------------------------------------------------------------------------

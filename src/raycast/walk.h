@@ -22,6 +22,9 @@
 #include "volume/volume.h"
 
 #define TAVOK_INLINE [[gnu::always_inline]] inline
+// The same for a lambda, written after its parameter list: a pass's per-cell work given to the
+// walk or the march is stamped into the loop, not called.
+#define TAVOK_LAMBDA_INLINE __attribute__((always_inline))
 
 // ---------------------------------------------------------------------------------------------
 // Float to 32-bit int the way the processor truncates toward zero. A value outside the int
@@ -270,6 +273,43 @@ TAVOK_INLINE bool guarded_step(RayWalk& w, const GridView& g, bool& crossed)
     return guarded_step<2, keep_cross_t, keep_prev_cross_t>(w, g, crossed);
 }
 
+// The walk one cell back, the inverse of a step: for a ray whose steps are the events of three
+// arithmetic sequences of t (every dt > 0 and no t ever wrapping; see walk_is_reversible).
+// first is the ray's first cell, or any cell of the walk that the caller never steps back
+// beyond. The entry face says which axis stepped last; once that step is undone, the cell's
+// own entry is the latest crossing made before it: among the axes that have stepped since
+// first (their coordinate differs from it), the largest t - dt, and at equal t the one the
+// forward walk took last (z before y before x, so x among equals). Back at first, the entry
+// face is -1 and cross_t is left as it is: a first cell's entry is the pass's own, and an
+// earlier cell's is not told. steps is not touched.
+TAVOK_INLINE void step_back(RayWalk& w, const int32_t* first)
+{
+    switch (w.entry_face) {
+    case 1: w.x -= w.step_x, w.t_x -= w.dt_x, w.index -= w.stride_x; break;
+    case 2: w.y -= w.step_y, w.t_y -= w.dt_y, w.index -= w.stride_y; break;
+    default: w.z -= w.step_z, w.t_z -= w.dt_z, w.index -= w.stride_z; break;
+    }
+    int8_t face = -1;
+    int32_t latest = 0;
+    if (w.z != first[2]) latest = w.t_z - w.dt_z, face = 3;
+    if (w.y != first[1] && (face < 0 || w.t_y - w.dt_y >= latest)) latest = w.t_y - w.dt_y, face = 2;
+    if (w.x != first[0] && (face < 0 || w.t_x - w.dt_x >= latest)) latest = w.t_x - w.dt_x, face = 1;
+    if (face > 0) w.cross_t = latest;
+    w.entry_face = face;
+}
+
+// The ray's t values never wrap and every dt is positive, so that step_back undoes its steps:
+// an axis steps at most size + 2 times before it leaves the grid (a final's ray may start one
+// cell outside), and only its own steps raise its t. Taken at the ray's start. False for the rare rays with a component so near 0 that the set-up's dt overflowed
+// or nearly did.
+TAVOK_INLINE bool walk_is_reversible(const RayWalk& w, const GridView& g)
+{
+    return w.dt_x > 0 && w.dt_y > 0 && w.dt_z > 0 && w.t_x >= 0 && w.t_y >= 0 && w.t_z >= 0 &&
+           (int64_t)w.t_x + (int64_t)w.dt_x * (g.size_x + 2) < INT32_MAX &&
+           (int64_t)w.t_y + (int64_t)w.dt_y * (g.size_y + 2) < INT32_MAX &&
+           (int64_t)w.t_z + (int64_t)w.dt_z * (g.size_z + 2) < INT32_MAX;
+}
+
 // The run through one empty brick: unguarded steps by the axis choice until a step enters
 // another brick. The cells of an empty brick are not read, so the run is computed where it
 // ends instead of stepped: see run_through_empty. This is the step-by-step form, kept for the
@@ -437,8 +477,12 @@ enum class Form { final_pass, preview };
 // runs through empty space one brick at a time, never a cube of bricks, so that a ray that
 // leaves the grid through empty space stops where the step-by-step rules stop it, at the
 // first brick it enters outside the grid: the prev_cross_t it leaves behind is then the same.
-template <Form form, bool keep_cross_t, bool keep_prev_cross_t = false, class Visit>
-TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit)
+//
+// on_run(w, brick), where given, is told of every run before it starts, with the walk on the
+// run's first cell and the index of its brick: what a pass needs that passes over bricks that
+// hold densities (a map of its own in place of block_map), whose cells go unvisited.
+template <Form form, bool keep_cross_t, bool keep_prev_cross_t = false, class Visit, class OnRun>
+TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit, OnRun&& on_run)
 {
     static_assert(keep_cross_t || !keep_prev_cross_t, "prev_cross_t is taken from cross_t");
     const uint32_t* const bricks = g.block_map;
@@ -454,6 +498,7 @@ TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit)
             // Empty space: run through it without reading voxels, from empty cube to empty
             // cube, until a cell lies in a solid brick or outside the grid.
             while (bricks[brick] == 0) {
+                on_run(static_cast<const RayWalk&>(w), brick);
                 run_through_empty<keep_cross_t, keep_prev_cross_t>(w, keep_prev_cross_t ? 0 : radius[brick]);
                 if (!cell_inside(w, g)) return false;
                 brick = brick_index(w, g);
@@ -477,6 +522,12 @@ TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit)
         }
         if (visit(static_cast<const RayWalk&>(w))) return true;
     }
+}
+
+template <Form form, bool keep_cross_t, bool keep_prev_cross_t = false, class Visit>
+TAVOK_INLINE bool walk_ray(RayWalk& w, const GridView& g, Visit&& visit)
+{
+    return walk_ray<form, keep_cross_t, keep_prev_cross_t>(w, g, visit, [](const RayWalk&, uint32_t) {});
 }
 
 // A final whose first cell lies outside the grid (the eye on a far face, or an entry point on
@@ -529,6 +580,7 @@ TAVOK_INLINE void run_preview_lattice(RenderTarget* target, const RayFrame& f, c
 {
     const int W = (int)target->width, H = (int)target->height;
     const int L = r.lattice;
+    uint32_t rays = 0;
     uint32_t* const color = target->color;
     uint32_t* const depth = target->depth;
     const float fl = (float)L;
@@ -545,6 +597,7 @@ TAVOK_INLINE void run_preview_lattice(RenderTarget* target, const RayFrame& f, c
             for (int a = 0; a < 3; ++a) line[a] = dir[a];
             for (int x = 0; x < W; x += L) {
                 cast((uint32_t)(y * W + x), (const float*)dir, 0u);
+                rays += 1;
                 for (int a = 0; a < 3; ++a) dir[a] = dir[a] + along[a];
             }
             for (int a = 0; a < 3; ++a) dir[a] = line[a] + down[a];
@@ -601,6 +654,7 @@ TAVOK_INLINE void run_preview_lattice(RenderTarget* target, const RayFrame& f, c
                     for (int a = 0; a < 3; ++a) side[a] = dir[a] - f.line_inc[a] * halff;
                     cast((uint32_t)(c - up_off), (const float*)side, start);
                     cast((uint32_t)c, (const float*)dir, start);
+                    rays += 3;
                 }
                 // The last row of centres also fills the row below it.
                 if (bottom) {
@@ -615,6 +669,7 @@ TAVOK_INLINE void run_preview_lattice(RenderTarget* target, const RayFrame& f, c
         // A lattice of 1 has no finer level, whatever the limit says.
         if (v <= r.limit || v <= 1) break;
     }
+    lattice_rays = rays;
 
     // Step three: blocks of v x v take the colour of their top-left pixel. Each block row is
     // made once along its top line and then copied to the lines below.

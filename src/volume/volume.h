@@ -100,6 +100,25 @@ extern uint32_t block_x, block_y, block_z;
 // count as empty), 0 to 254; 0 for a solid brick. The ray walks jump across such a cube in one
 // go. Built with block_map, in the same allocation: freeing block_map frees it.
 extern uint8_t* block_empty_radius;
+// Beside each brick, at the same index: the largest density of its voxels (block_max_density),
+// and the largest density that an interpolated sample taken in one of its cells can read
+// (block_reach_density): its voxels and the layer one beyond each of its high faces, where
+// the grid has one. A pass whose rays stop at an isovalue can pass over the bricks whose
+// densities all lie below it. Built with block_map, in the same allocation.
+extern uint16_t* block_max_density;
+extern uint16_t* block_reach_density;
+// Beside each voxel, at its index: the largest density of the eight voxels from it to one
+// beyond it on each axis (clamped to the grid), what an interpolated sample in that cell reads.
+// A sample in a cell whose reach is below an isovalue is below it too. Same allocation.
+extern uint16_t* voxel_reach;
+// For any map over the bricks (0: pass over the brick, else visit it), the radius in bricks of
+// the cube of passable bricks around each passable brick (bricks outside the map count as
+// passable), 0 to 254, and 0 for a brick to visit: block_empty_radius for block_map, and the
+// same for the maps that passes make of their own.
+void build_pass_radius(const uint32_t* map, uint8_t* radius);
+// Counts the builds of block_map, so that what a pass derives from it can be kept until the
+// next build.
+extern uint32_t block_map_version;
 
 void calc_gradients();
 void build_block_map();
