@@ -97,8 +97,9 @@ static const char usage_text[] =
     "  --time                   print the preview and final times in milliseconds\n"
     "  --stored                 write the PNG uncompressed (stored deflate blocks), as the\n"
     "                           window's screenshots are; by default it is compressed\n"
-    "  --bench N                render N times after a warm-up and print timings; with\n"
-    "                           --occlusion also N calculations, each from the field a\n"
+    "  --bench N                render N times after a warm-up and print timings; beside\n"
+    "                           another mode's final, the cuberille final of the same view;\n"
+    "                           with --occlusion also N calculations, each from the field a\n"
     "                           load leaves\n"
     "  -o, --output OUT.png     the image to write\n"
     "  -h, --help               this text\n"
@@ -682,25 +683,14 @@ struct PassTimes {
     uint64_t preview_rays, final_rays;
 };
 
-// The rays a preview cast, read from what it leaves: each ray marks its pixel in mask (1 cast,
-// 2 cast and missed the box) and no pixel is cast twice, so the marks count the lattice rays
-// and the refining rays. (A refining ray whose first cell lies outside the grid stores nothing
-// and is not counted; it stops before it walks.) A preview that keeps no mask (firsthit) can
-// only be counted by its first lattice, which is always cast whole. The slice view, which
-// has no lattice, is one ray per pixel, met with the plane.
+// The rays a preview cast: the lattice counts every ray it casts, on the first lattice and in
+// the refinement (lattice_rays). The slice view, which has no lattice, is one ray per pixel,
+// met with the plane.
 static uint64_t preview_rays()
 {
-    const uint32_t w = render_target.width, h = render_target.height;
     const RenderPass* row = find_pass(render_mode);
-    if (!row->lattice) return (uint64_t)w * h;
-    if (!row->preview_marks_mask) {
-        const uint32_t L = (uint32_t)lattice_step;
-        return (uint64_t)((w + L - 1) / L) * ((h + L - 1) / L);
-    }
-    uint64_t n = 0;
-    const uint8_t* mask = render_target.mask;
-    for (size_t i = 0, end = (size_t)w * h; i < end; ++i) n += mask[i] != 0;
-    return n;
+    if (!row->lattice) return (uint64_t)render_target.width * render_target.height;
+    return lattice_rays;
 }
 
 // The rays a final casts: one per pixel, except in the non-trilinear finals that keep the
@@ -787,15 +777,21 @@ static void write_image(const char* path, bool stored)
     }
 }
 
+static double median(std::vector<double> ms)
+{
+    std::sort(ms.begin(), ms.end());
+    size_t n = ms.size();
+    return n % 2 ? ms[n / 2] : 0.5 * (ms[n / 2 - 1] + ms[n / 2]);
+}
+
 // Rays per second over the median time: rays is the mean count of the timed runs (the same
 // view gives the same count each time).
 static void print_bench_line(const char* pass, std::vector<double> ms, double rays)
 {
     std::sort(ms.begin(), ms.end());
-    size_t n = ms.size();
-    double median = n % 2 ? ms[n / 2] : 0.5 * (ms[n / 2 - 1] + ms[n / 2]);
-    printf("%s: median %.3f ms, min %.3f ms, max %.3f ms, %.0f rays/s\n", pass, median, ms[0],
-           ms[n - 1], median > 0.0 ? rays / (median * 0.001) : 0.0);
+    const double m = median(ms);
+    printf("%s: median %.3f ms, min %.3f ms, max %.3f ms, %.0f rays/s\n", pass, m, ms[0], ms.back(),
+           m > 0.0 ? rays / (m * 0.001) : 0.0);
 }
 
 // The library's fatal path ends the process with the window's status, 0 for a sample above
@@ -852,9 +848,22 @@ int main(int argc, char** argv)
 
     PassTimes t = render_once(job.preview, job.abstract);
     if (job.bench) {
-        std::vector<double> preview_ms, final_ms;
-        double preview_rays = 0.0, final_rays = 0.0;
+        // Beside a ray-casting mode's final, the cuberille final of the same view, timed in
+        // turn with it so that the machine's load weighs on both alike: a baseline that lets
+        // figures be compared across machines. The mode's own passes run last, for the image.
+        const int mode = render_mode;
+        const bool baseline = !job.preview && !job.abstract && mode != mode_cuberille && find_pass(mode)->lattice &&
+                              find_pass(mode)->final;
+        std::vector<double> preview_ms, final_ms, cuberille_ms;
+        double preview_rays = 0.0, final_rays = 0.0, cuberille_rays = 0.0;
         for (int k = 0; k < job.bench; ++k) {
+            if (baseline) {
+                render_mode = mode_cuberille;
+                PassTimes c = render_once(false, false);
+                cuberille_ms.push_back(c.final_ms);
+                cuberille_rays += (double)c.final_rays / job.bench;
+                render_mode = mode;
+            }
             t = render_once(job.preview, job.abstract);
             preview_ms.push_back(t.preview_ms);
             preview_rays += (double)t.preview_rays / job.bench;
@@ -866,6 +875,10 @@ int main(int argc, char** argv)
         print_bench_line(job.abstract ? "abstract" : "preview", preview_ms, preview_rays);
         if (final_ms.empty()) printf("final: none\n");
         else print_bench_line("final", final_ms, final_rays);
+        if (baseline) {
+            print_bench_line("cuberille final", cuberille_ms, cuberille_rays);
+            printf("final / cuberille final: %.2f\n", median(final_ms) / median(cuberille_ms));
+        }
         if (job.occlusion) bench_occlusion(job.bench);
     }
     if (job.time) {

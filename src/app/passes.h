@@ -42,8 +42,8 @@ inline constexpr RenderPass render_passes[] = {
     //               clear  lattice            pause  mask   keeps
     {mode_cuberille, "cuberille", render_cuberille_preview, render_cuberille_final, nullptr,
                      false, cuberille_lattice, false, true,  false},
-    {mode_firsthit,  "firsthit",  nullptr,                  nullptr,                nullptr,
-                     true,  16,                false, false, false},
+    {mode_firsthit,  "firsthit",  render_firsthit_preview,  render_firsthit_final,  render_firsthit_final_trilinear,
+                     true,  firsthit_lattice,  false, false, false},
     {mode_mip,       "mip",       render_mip_preview,       render_mip_final,       render_mip_final_trilinear,
                      false, projection_lattice, true, true,  true},
     {mode_avg,       "avg",       render_avg_preview,       render_avg_final,       render_avg_final_trilinear,

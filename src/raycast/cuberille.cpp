@@ -27,9 +27,7 @@ TAVOK_INLINE uint32_t cuberille_color(const uint32_t* colors, uint32_t word, int
 {
     if (model == 2) return ((word >> 16) & 0xff) * 0x010101u;
     const uint32_t c = colors[word & density_mask];
-    if (model == 0 || entry_face == 1) return c;
-    if (entry_face == 2) return lighten(c);
-    return darken(c);  // z faces and the first cell of a ray, entered through no plane
+    return model == 0 ? c : face_tone(c, entry_face);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -12,6 +12,9 @@
 
 // Pixel distance of the first preview lattice, set by each preview and read by the finals.
 extern int lattice_step;
+// Rays the last preview cast on its lattice and in its refinement (run_preview_lattice counts
+// each cast step it calls), for tavok-render's figures.
+extern uint32_t lattice_rays;
 
 // Render mode 0, cuberille first hit. The preview leaves color, depth, mask and lattice_step
 // for the final; the final recomputes every pixel and gives up on a change (odd lines).
@@ -20,6 +23,24 @@ void render_cuberille_preview(RenderTarget* target, uint32_t* voxels, float* ipo
                               float* iup, float* istr);
 void render_cuberille_final(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
                             float* iup, float* istr);
+
+// Render mode 2, interpolated first hit: a ray stops where the density (interpolated on the
+// crossed grid plane, or at the voxel without interpolation) first reaches isovalue, and the
+// hit is lit by the interpolated gradient. The preview and the final sample grid planes; the
+// trilinear final marches at sample_stepsize and blends up to four extra isosurfaces in.
+// With edge_enabled each ends in detect_edges instead of the plain copy.
+constexpr int firsthit_lattice = 16;  // the preview's first lattice
+void render_firsthit_preview(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
+                             float* iup, float* istr);
+void render_firsthit_final(RenderTarget* target, uint32_t* voxels, float* ipos, float* ifor,
+                           float* iup, float* istr);
+void render_firsthit_final_trilinear(RenderTarget* target, uint32_t* voxels, float* ipos,
+                                     float* ifor, float* iup, float* istr);
+
+// Edge lines from the depth buffer, painted in edge_color over the target's colour on its way
+// to the display (the window surface, or offscreen_pixels during a render to file): the last
+// step of the three first-hit passes when edge_enabled is set, in place of show_image.
+void detect_edges(const RenderTarget* target);
 
 // Moves each of the four bytes of the packed colour a toward the same byte of b by the 15-bit
 // fraction w (a weight f taken as truncate(f * 32767.0)): a + (((b - a) * w) >> 15), on signed
@@ -43,6 +64,15 @@ void render_cuberille_final(RenderTarget* target, uint32_t* voxels, float* ipos,
 // 38 and 255 darkens to 216. Lightening aims at 0x00ffffff, so a top byte is pulled toward 0.
 inline uint32_t lighten(uint32_t c) { return color_lerp(c, 0x00ffffffu, 5000); }
 inline uint32_t darken(uint32_t c) { return color_lerp(c, 0u, 5000); }
+// Light model 1's tone of a colour c by the face the ray entered its cell through (entry_face
+// of the walk): an x face keeps it, a y face lightens it, a z face or the ray's first cell
+// (entered through no plane, -1) darkens it.
+inline uint32_t face_tone(uint32_t c, int8_t entry_face)
+{
+    if (entry_face == 1) return c;
+    if (entry_face == 2) return lighten(c);
+    return darken(c);
+}
 
 // ---------------------------------------------------------------------------------------------
 // The abstract view (view_kind 10, abstract.cpp): the volume's box and the cutting shape of

@@ -1,6 +1,6 @@
 // walk.cpp — the out-of-line pieces of the shared ray skeleton (walk.h, final.h): the frame
 // set-up, the polling of the finals, and lattice_step. Called by every ray-casting
-// pass; writes lattice_step's definition and, on an interruption, the color and depth
+// pass; writes lattice_step and lattice_rays and, on an interruption, the color and depth
 // buffers of the target.
 #include <cmath>
 #include <cstring>
@@ -12,6 +12,7 @@
 #include "volume/volume.h"
 
 int lattice_step = 8;
+uint32_t lattice_rays = 0;
 
 void setup_ray_frame(RayFrame& f, const RenderTarget* target, const float* ipos, const float* ifor,
                      const float* iup, const float* istr)
