@@ -438,6 +438,32 @@ def test_occlusion(volume, modes):
         check(text.count("calculating occlusion") == 1, "--bench: only the first calculation logs")
 
 
+def test_bench_baseline(volume, modes):
+    """--bench of a ray-casting mode other than cuberille times the cuberille final of the same
+    view beside it and prints the ratio of the medians; the image is still the mode's own."""
+    if "firsthit" not in modes or "cuberille" not in modes:
+        print("skipped: the bench baseline (firsthit or cuberille is not built)")
+        return
+    line = r"^%s: median (\d+\.\d{3}) ms, min (\d+\.\d{3}) ms, max (\d+\.\d{3}) ms, (\d+) rays/s$"
+    out = os.path.join(TMP, "bench_firsthit.png")
+    plain = os.path.join(TMP, "plain_firsthit.png")
+    args = [volume, "--mode", "firsthit", "--interp", "bilinear", "--set", "isovalue=2000", "--size", "64x48"]
+    status, text, err = run(args + ["--bench", "3", "-o", out])
+    if check(status == 0, "--bench of firsthit runs (%s)" % err.strip()[:200]):
+        final = re.search(line % "final", text, re.M)
+        cuberille = re.search(line % "cuberille final", text, re.M)
+        ratio = re.search(r"^final / cuberille final: (\d+\.\d{2})$", text, re.M)
+        check(final is not None and cuberille is not None and ratio is not None,
+              "--bench of firsthit prints its final, the cuberille final and their ratio")
+        # A final casts one ray a pixel, the cuberille's as well here.
+        if final and cuberille:
+            check(int(final.group(4)) > 0 and int(cuberille.group(4)) > 0, "--bench: both finals count rays")
+        status, _, _ = run(args + ["-o", plain])
+        check(status == 0 and read_png(out) == read_png(plain), "--bench leaves the mode's own image")
+    status, text, _ = run([volume, "--mode", "cuberille", "--size", "64x48", "--bench", "2"])
+    check(status == 0 and "cuberille final:" not in text, "--bench of cuberille has no baseline of itself")
+
+
 def test_errors(volume, modes):
     short = os.path.join(TMP, "short.dat")
     open(short, "wb").write(struct.pack("<3H", 9, 9, 9) + b"\0\0" * 10)
@@ -833,6 +859,7 @@ def main():
             test_option_order(volume, modes)
             test_camera(volume, modes)
             test_time_and_bench(volume, modes)
+            test_bench_baseline(volume, modes)
             test_palette_files(modes)
             test_cuts(modes)
             test_occlusion(volume, modes)

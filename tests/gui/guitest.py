@@ -404,3 +404,15 @@ class Tavok:
                 return again
             shot = again
         return shot
+
+
+# The render time entry GUIrendertime at the bottom right of the panel, when the panel stands
+# at 600, 0 (its layout is fixed): x, y, width, height inside the entry.
+RENDER_TIME = (240, 574, 225, 18)
+
+
+def render_time_ink(t, panel):
+    """Dark pixels inside the render time entry: the digits of a render time, 0 when empty."""
+    x, y, w, h = RENDER_TIME
+    entry = t.screenshot(panel).crop(x, y, w, h)
+    return entry.count(lambda p: (p >> 16) < 0x60 and ((p >> 8) & 255) < 0x60 and (p & 255) < 0x60)

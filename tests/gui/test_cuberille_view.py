@@ -5,7 +5,7 @@ drag, and find a render time in the panel's GUIrendertime entry once the final p
 import os
 import tempfile
 
-from guitest import Tavok, check, finish, options, start_grey, write_dat, xdotool
+from guitest import Tavok, check, finish, options, render_time_ink, start_grey, write_dat, xdotool
 
 opts = options()
 tmp = tempfile.mkdtemp()
@@ -18,9 +18,8 @@ ball = write_dat(os.path.join(tmp, "ball.dat"), (X, Y, Z),
 
 IMAGE_W, IMAGE_H = 512, 409
 # Places in the panel (moved to 600, 0; its layout is fixed): the toggle "3D View / Slice
-# View" on the Slices tab, and the render time entry at the bottom right.
+# View" on the Slices tab.
 SWITCH_3D = (140, 220)
-RENDER_TIME = (240, 574, 225, 18)  # x, y, width, height inside the entry
 
 
 BALL = start_grey(3000) * 0x010101
@@ -47,20 +46,13 @@ def ball_pixels(shot):
     return len(xs), (sum(xs) / len(xs), sum(ys) / len(ys))
 
 
-def dark_text(t, panel):
-    """Dark pixels inside the render time entry: the digits of a render time."""
-    x, y, w, h = RENDER_TIME
-    entry = t.screenshot(panel).crop(x, y, w, h)
-    return entry.count(lambda p: (p >> 16) < 0x60 and ((p >> 8) & 255) < 0x60 and (p & 255) < 0x60)
-
-
 with Tavok(opts, [ball]) as t:
     check(t.wait_out(r"^Orlen-data x=41, y=37, z=23$") is not None, "the load's log line")
     panel = t.panel_window()
     xdotool("windowmove", "--sync", panel, 600, 0)
     t.settle(0.8)
     slices = settled(t)
-    check(dark_text(t, panel) == 0, "no render time before any final pass")
+    check(render_time_ink(t, panel) == 0, "no render time before any final pass")
 
     # The 3D view: render mode 0, seen from the slice plane's camera, 256 voxels in front of
     # the centre along x. The ball (radius 8) is a disc of about 13 pixels radius in the middle.
@@ -76,7 +68,7 @@ with Tavok(opts, [ball]) as t:
               "the disc is centred (%.1f, %.1f)" % centre)
     check(view.at(5, 5) == 0 and view.at(IMAGE_W - 6, IMAGE_H - 6) == 0, "black around it")
     t.settle(0.5)
-    check(dark_text(t, panel) > 10, "the final pass put its render time into GUIrendertime")
+    check(render_time_ink(t, panel) > 10, "the final pass put its render time into GUIrendertime")
 
     # s moves the eye back along the view: the ball gets smaller and stays in the middle. The
     # key acts on every frame while it is down, so right Shift (5 voxels a frame, not 15)
