@@ -825,9 +825,8 @@ static void bench_occlusion(int n)
     close(null);
     close(saved);
     std::sort(ms.begin(), ms.end());
-    const size_t m = ms.size();
     printf("occlusion (%s): median %.3f ms, min %.3f ms, max %.3f ms\n", shadow_kind == 1 ? "soft" : "hard",
-           m % 2 ? ms[m / 2] : 0.5 * (ms[m / 2 - 1] + ms[m / 2]), ms[0], ms[m - 1]);
+           median(ms), ms[0], ms.back());
 }
 
 int main(int argc, char** argv)

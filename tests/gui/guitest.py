@@ -53,9 +53,10 @@ def xdotool(*args):
     return out.stdout.strip()
 
 
-def read_xwd(data):
+def read_xwd(data, region=None):
     """Decodes the depth-24 ZPixmap dumps (24 or 32 bits a pixel) that xwd writes of a true-colour
-    screen."""
+    screen; with region = (x, y, w, h), only that part of it (decoding the whole screen is the
+    slow part of a screenshot)."""
     fields = struct.unpack(">25I", data[:100])
     header_size, _, pixmap_format, depth, width, height = fields[:6]
     byte_order, bits_per_pixel, bytes_per_line = fields[7], fields[11], fields[12]
@@ -65,22 +66,25 @@ def read_xwd(data):
         raise RuntimeError("unexpected xwd format %d/%d" % (pixmap_format, bits_per_pixel))
     if (red_mask, green_mask, blue_mask) != (0xff0000, 0xff00, 0xff):
         raise RuntimeError("unexpected colour masks")
+    x0, y0, w, h = region or (0, 0, width, height)
+    w, h = max(0, min(w, width - x0)), max(0, min(h, height - y0))  # what lies on the screen
     offset = header_size + ncolors * 12
     order = "<" if byte_order == 0 else ">"
     pixels = []
-    for y in range(height):
-        start = offset + y * bytes_per_line
+    for y in range(y0, y0 + h):
         if bits_per_pixel == 32:
-            words = struct.unpack(order + "%dI" % width, data[start:start + width * 4])
-            pixels.extend(w & 0xffffff for w in words)
+            start = offset + y * bytes_per_line + x0 * 4
+            words = struct.unpack(order + "%dI" % w, data[start:start + w * 4])
+            pixels.extend(v & 0xffffff for v in words)
         else:
             # Some Xvfb builds pack depth 24 into three bytes a pixel.
-            row = data[start:start + width * 3]
+            start = offset + y * bytes_per_line + x0 * 3
+            row = data[start:start + w * 3]
             if byte_order == 0:
-                pixels.extend(row[i + 2] << 16 | row[i + 1] << 8 | row[i] for i in range(0, width * 3, 3))
+                pixels.extend(row[i + 2] << 16 | row[i + 1] << 8 | row[i] for i in range(0, w * 3, 3))
             else:
-                pixels.extend(row[i] << 16 | row[i + 1] << 8 | row[i + 2] for i in range(0, width * 3, 3))
-    return Image(width, height, pixels)
+                pixels.extend(row[i] << 16 | row[i + 1] << 8 | row[i + 2] for i in range(0, w * 3, 3))
+    return Image(w, h, pixels)
 
 
 def cpu_seconds(pid):
@@ -378,12 +382,23 @@ class Tavok:
         """The SDL window's pixels (or another window's) as an Image."""
         w = window or self.sdl_window()
         x, y, width, height = self.geometry(w)
-        # xwd now and then gives nothing while a window is mapped or resized under it;
-        # a few tries get a whole dump, and the last error is shown if none does.
+        return read_xwd(self._dump(), (x, y, width, height))
+
+    def grab(self, *regions):
+        """Parts of windows at one instant, from one dump of the screen: for each region
+        (window, x, y, w, h), with x, y inside the window, an Image."""
+        origins = [self.geometry(r[0])[:2] for r in regions]
+        dump = self._dump()
+        return [read_xwd(dump, (ox + x, oy + y, w, h)) for (ox, oy), (_, x, y, w, h) in zip(origins, regions)]
+
+    def _dump(self):
+        """An xwd dump of the whole screen. xwd now and then gives nothing while a window is
+        mapped or resized under it; a few tries get a whole dump, and the last error is shown
+        if none does."""
         for attempt in range(5):
             run = subprocess.run(["xwd", "-root", "-silent"], capture_output=True)
             if len(run.stdout) >= 100:
-                return read_xwd(run.stdout).crop(x, y, width, height)
+                return run.stdout
             time.sleep(0.2)
         raise RuntimeError("xwd gave no dump: " + run.stderr.decode(errors="replace").strip())
 
