@@ -67,9 +67,7 @@ def bar_row(t, panel):
 
 with Tavok(opts, [volume]) as t:
     check(t.wait_out(r"^Orlen-data") is not None, "the phantom loads")
-    panel = t.panel_window()
-    xdotool("windowmove", "--sync", panel, 600, 0)
-    t.settle(0.8)
+    panel = t.panel_aside()
     slices = settled(t)
 
     # The 3D tab: cuberille.
