@@ -44,9 +44,7 @@ def solid_bricks(line):
 with Tavok(opts, [block]) as t:
     brick_line = t.wait_out(r"^the mipmap contains")
     check(brick_line is not None, "the load's brick map")
-    panel = t.panel_window()
-    xdotool("windowmove", "--sync", panel, 600, 0)
-    t.settle(0.8)
+    panel = t.panel_aside()
     px, py, _, _ = t.geometry(panel)
 
     def press(place, button=1):
