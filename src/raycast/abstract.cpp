@@ -136,19 +136,14 @@ TAVOK_INLINE uint32_t shade_abstract(const Lighting& light, const float* half, u
     return shade_plain(shade_intensity_rational(light, normal, half), base, light.color);
 }
 
-void render_abstract_view(RenderTarget* target, uint32_t*, float* ipos, float* ifor, float* iup,
-                          float* istr)
+// The image for one kind of shape (0 none, 1 the plane, 2 the sphere), chosen once per view.
+template <int Shape>
+static void abstract_image(const RayFrame& f, RenderTarget* target, const Lighting& light, const float* half)
 {
-    RayFrame f;
-    setup_ray_frame(f, target, ipos, ifor, iup, istr);
-    box_eye_inside = f.eye_inside;
     const uint32_t w = target->width, h = target->height;
     uint32_t* const color = target->color;
-    const Lighting light = current_lighting();
-    const float half[3] = {half_vector[0], half_vector[1], half_vector[2]};
-    const int shape = cut_kind;
     const uint32_t box_color = abstract_box_color;
-    const uint32_t shape_color = shape == 1 ? abstract_plane_color : abstract_sphere_color;
+    const uint32_t shape_color = Shape == 1 ? abstract_plane_color : abstract_sphere_color;
 
     float line[3] = {f.first[0], f.first[1], f.first[2]};
     for (uint32_t y = 0; y < h; y += 2) {
@@ -159,8 +154,8 @@ void render_abstract_view(RenderTarget* target, uint32_t*, float* ipos, float* i
             const int r = ray_box_face(dir, f.eye, box_normal, &box_t);
             if (r) row[x] = shade_abstract(light, half, box_color, box_normal);
             int q = 0;
-            if (shape == 1) q = ray_plane(dir, f.eye, shape_normal, &shape_t);
-            else if (shape == 2) q = ray_sphere(dir, f.eye, shape_normal, &shape_t);
+            if constexpr (Shape == 1) q = ray_plane(dir, f.eye, shape_normal, &shape_t);
+            if constexpr (Shape == 2) q = ray_sphere(dir, f.eye, shape_normal, &shape_t);
             // The shape hides the box only where it is strictly nearer.
             if (q && (!r || shape_t < box_t)) row[x] = shade_abstract(light, half, shape_color, shape_normal);
             // Whatever stands at (x, y), hit or not, fills the pixels right of and below it.
@@ -174,6 +169,21 @@ void render_abstract_view(RenderTarget* target, uint32_t*, float* ipos, float* i
         }
         for (int i = 0; i < 3; ++i) line[i] += f.line_inc[i];
         for (int i = 0; i < 3; ++i) line[i] += f.line_inc[i];
+    }
+}
+
+void render_abstract_view(RenderTarget* target, uint32_t*, float* ipos, float* ifor, float* iup,
+                          float* istr)
+{
+    RayFrame f;
+    setup_ray_frame(f, target, ipos, ifor, iup, istr);
+    box_eye_inside = f.eye_inside;
+    const Lighting light = current_lighting();
+    const float half[3] = {half_vector[0], half_vector[1], half_vector[2]};
+    switch (cut_kind) {
+    case 1: abstract_image<1>(f, target, light, half); break;
+    case 2: abstract_image<2>(f, target, light, half); break;
+    default: abstract_image<0>(f, target, light, half); break;
     }
     show_image(target);
 }
