@@ -16,11 +16,19 @@ namespace {
 
 // The state of one ray. Voxel samples keep the density of the strongest sample and look its
 // colour up when the ray is done; plane and trilinear samples keep their interpolated colour.
+//
+// A ray ends once its maximum reaches 0.975 (the float 0x3f79999a). A ray of voxel samples
+// also ends once its maximum reaches the greatest opacity of the table: every later sample is
+// a table entry too, so none can be strictly greater, and the pixel is already what the rest
+// of the ray would leave. That is the same picture, sooner (bone of the table's top opacity
+// ends the ray at the first bone voxel). Interpolated samples can come out a hair above every
+// entry they blend, so their rays keep the one rule.
 template <SampleKind kind, bool faint>
 struct MipRay {
     float max_alpha = 0.0f;
     uint32_t max_density = 0;
     uint32_t max_color = 0;
+    float stop = 0.975f;  // the smaller of 0.975 and, for voxel samples, the table's greatest opacity
 
     // Strictly greater, so that the nearer of equal opacities stays.
     template <class Density, class Color>
@@ -31,7 +39,7 @@ struct MipRay {
             if constexpr (kind == SampleKind::voxel) max_density = density();
             else max_color = color();
         }
-        return max_alpha >= 0.975f;  // the float 0x3f79999a
+        return max_alpha >= stop;
     }
 
     TAVOK_INLINE uint32_t finish(const Classification& t) const
@@ -42,13 +50,22 @@ struct MipRay {
     TAVOK_INLINE uint32_t finish_preview(const Classification& t) const { return finish(t); }
 };
 
+// The greatest opacity of the table, or 0.975 when that is smaller.
+float stop_opacity()
+{
+    float top = 0.0f;
+    for (int d = 0; d < 4096; ++d) top = opacity_lut[d] > top ? opacity_lut[d] : top;
+    return top < 0.975f ? top : 0.975f;
+}
+
 struct Mip {
     static constexpr auto preview = render_mip_preview;
     template <SampleKind kind, class F>
     TAVOK_INLINE static void ray(F&& f)
     {
-        if (faint_whisps) f(MipRay<kind, true>{});
-        else f(MipRay<kind, false>{});
+        const float stop = kind == SampleKind::voxel ? stop_opacity() : 0.975f;
+        if (faint_whisps) f(MipRay<kind, true>{.stop = stop});
+        else f(MipRay<kind, false>{.stop = stop});
     }
 };
 

@@ -2,8 +2,9 @@
 // written once: their samples, classified before they are interpolated, and the three pass
 // drivers (preview, final, trilinear final) into which each mode puts its per-ray state.
 //
-// Private to src/composite. Reads voxels, block_map, opacity_lut, color_lut and the settings
-// of the passes; writes only the RenderTarget (and what smooth_image and show_image write).
+// Private to src/composite. Reads voxels, block_map (through projection_bricks), opacity_lut,
+// color_lut and the settings of the passes; writes only the RenderTarget (and what
+// smooth_image and show_image write).
 //
 // A mode is a record with two static members:
 //   preview:   its public preview function, which a final that gives up calls;
@@ -29,17 +30,56 @@
 #include "transfer/transfer.h"
 #include "volume/volume.h"
 
+// ---------------------------------------------------------------------------------------------
+// What the projections read of the grid (projection_bricks.cpp), made once per change of the
+// densities or of the opacities, at the start of a pass; the arrays stay valid until the next
+// call.
+//
+// map, radius: the bricks they walk. A brick is empty when no sample taken in it could have an
+// opacity other than 0 under the current transfer function, so the walk and the march pass it
+// as they pass air, and the pictures are the same.
+// densities: the density of every voxel, brick by brick (bricked_index): the 512 densities of
+// an 8 x 8 x 8 brick lie in one kilobyte, so that a ray crossing a brick, and the rays beside
+// it, find them in the cache, where the grid's own order puts the cells of a ray along x a
+// whole slice apart. The voxel and trilinear samples read them (measured 10 to 30 % faster);
+// the plane samples read the grid, whose four places come from the walk's index for less
+// than their four brick places cost (measured slower from bricks).
+struct ProjectionBricks {
+    const uint32_t* map;        // in place of block_map
+    const uint8_t* radius;      // in place of block_empty_radius
+    const uint16_t* densities;  // at bricked_index
+};
+ProjectionBricks projection_bricks();
+// False: the density bricks (block_map) as they are. For the tests that show both walk alike.
+extern bool projection_skip_hidden;
+
+TAVOK_INLINE GridView with_bricks(GridView g, const ProjectionBricks& b)
+{
+    g.block_map = b.map;
+    g.empty_radius = b.radius;
+    return g;
+}
+
+// The place of voxel (x, y, z) in densities: its brick's number (block_map's order) times 512,
+// then x, z, y within the brick, three bits each.
+TAVOK_INLINE size_t bricked_index(const GridView& g, uint32_t x, uint32_t y, uint32_t z)
+{
+    const size_t brick = ((size_t)(x >> 3) * g.block_z + (z >> 3)) * g.block_y + (y >> 3);
+    return brick << 9 | (x & 7) << 6 | (z & 7) << 3 | (y & 7);
+}
+
 // The three kinds of sample: the voxel of each visited cell (interp_mode 0), the plane sample
 // where the walk crosses a grid plane (1, and 2 in the preview), the eight-voxel sample of the
 // trilinear march (2 in the finals).
 enum class SampleKind { voxel, plane, trilinear };
 
-// The transfer function as a pass reads it, hoisted out of the loops.
+// The transfer function and the densities as a pass reads them, hoisted out of the loops.
 struct Classification {
     const float* opacity;
     const uint32_t* colors;
+    const uint16_t* densities;  // ProjectionBricks::densities
 };
-TAVOK_INLINE Classification classification() { return {opacity_lut, color_lut}; }
+TAVOK_INLINE Classification classification(const ProjectionBricks& b) { return {opacity_lut, color_lut, b.densities}; }
 
 // ---------------------------------------------------------------------------------------------
 // Samples, classified first: each voxel's density is looked up in the tables, and what is
@@ -59,7 +99,7 @@ TAVOK_INLINE bool sample_cell(const RayWalk& w, const GridView& g, const float* 
 {
     static_assert(kind != SampleKind::trilinear, "the walk samples voxels or planes");
     if constexpr (kind == SampleKind::voxel) {
-        const uint32_t v = voxel_word(g.voxels, w.index) & density_mask;
+        const uint32_t v = t.densities[bricked_index(g, (uint32_t)w.x, (uint32_t)w.y, (uint32_t)w.z)];
         const float o = t.opacity[v];
         if (o <= 0.0f) return false;
         return take(o, [&] { return v; }, [&] { return t.colors[v]; });
@@ -88,13 +128,21 @@ template <class Take>
 TAVOK_INLINE bool sample_corners(const GridView& g, const int32_t* cell, const float* pos,
                                  const Classification& t, Take&& take)
 {
+    // The eight corners in trilinear_indices' order, by their places; the far ones held at the
+    // grid's last cell as there.
     Corners k;
-    trilinear_indices(g, cell, k);
+    const uint32_t x = (uint32_t)cell[0], y = (uint32_t)cell[1], z = (uint32_t)cell[2];
+    const uint32_t xs[2] = {x, x + 1 < g.size_x ? x + 1 : g.size_x - 1};
+    const uint32_t ys[2] = {y, y + 1 < g.size_y ? y + 1 : g.size_y - 1};
+    const uint32_t zs[2] = {z, z + 1 < g.size_z ? z + 1 : g.size_z - 1};
+    for (int dx = 0; dx < 2; ++dx)
+        for (int dy = 0; dy < 2; ++dy)
+            for (int dz = 0; dz < 2; ++dz) k.index[dx * 4 + dy * 2 + dz] = bricked_index(g, xs[dx], ys[dy], zs[dz]);
     uint32_t d[8];
     float o8[8];
     bool any = false;
     for (int n = 0; n < 8; ++n) {
-        d[n] = voxel_word(g.voxels, k.index[n]) & density_mask;
+        d[n] = t.densities[k.index[n]];
         o8[n] = t.opacity[d[n]];
         any |= o8[n] != 0.0f;
     }
@@ -142,8 +190,9 @@ template <class Mode, SampleKind kind>
 static void projection_preview_lattice(RenderTarget* target, uint32_t* voxels, const RayFrame& f)
 {
     Mode::template ray<kind>([&](auto start) {
-        const GridView g = grid_view(voxels);
-        const Classification t = classification();
+        const ProjectionBricks bricks = projection_bricks();
+        const GridView g = with_bricks(grid_view(voxels), bricks);
+        const Classification t = classification(bricks);
         uint32_t* const color = target->color;
         uint32_t* const depth = target->depth;
         uint8_t* const mask = target->mask;
@@ -206,11 +255,10 @@ void projection_preview(RenderTarget* target, uint32_t* voxels, float* ipos, flo
 // sample.
 template <class Mode, SampleKind kind>
 TAVOK_INLINE void projection_final_line(uint32_t* row, const uint8_t* mask_row, uint32_t y, uint32_t width,
-                                        uint32_t lattice_mask, const GridView& g, const RayFrame& f,
-                                        const float* line_dir)
+                                        uint32_t lattice_mask, const GridView& g, const Classification& t,
+                                        const RayFrame& f, const float* line_dir)
 {
     constexpr bool plane = kind == SampleKind::plane;
-    const Classification t = classification();
     const bool lattice_line = (y & lattice_mask) == 0;
     Mode::template ray<kind>([&](auto start) {
         line_pixels(f, line_dir, width, [&](uint32_t x, const float* dir) {
@@ -244,15 +292,18 @@ void projection_final(RenderTarget* target, uint32_t* voxels, float* ipos, float
     setup_ray_frame(f, target, ipos, ifor, iup, istr);
     const uint32_t width = target->width;
     const uint32_t lattice_mask = (uint32_t)lattice_step - 1;
+    const ProjectionBricks bricks = projection_bricks();
     run_final_lines<Polling::odd_lines>(
         target, f, voxels,
-        [&](uint32_t y, const float* line_dir, const GridView& g) {
+        [&](uint32_t y, const float* line_dir, const GridView& grid) {
             uint32_t* const row = target->color + (size_t)y * width;
             const uint8_t* const mask_row = target->mask + (size_t)y * width;
+            const GridView g = with_bricks(grid, bricks);
+            const Classification t = classification(bricks);
             if (interp_mode == interp_none)
-                projection_final_line<Mode, SampleKind::voxel>(row, mask_row, y, width, lattice_mask, g, f, line_dir);
+                projection_final_line<Mode, SampleKind::voxel>(row, mask_row, y, width, lattice_mask, g, t, f, line_dir);
             else
-                projection_final_line<Mode, SampleKind::plane>(row, mask_row, y, width, lattice_mask, g, f, line_dir);
+                projection_final_line<Mode, SampleKind::plane>(row, mask_row, y, width, lattice_mask, g, t, f, line_dir);
         },
         [&](uint32_t) { Mode::preview(target, voxels, ipos, ifor, iup, istr); });
     smooth_image(target);
@@ -263,10 +314,9 @@ void projection_final(RenderTarget* target, uint32_t* voxels, float* ipos, float
 // The trilinear final: every pixel, by the trilinear march from the eye or the box entry. A
 // ray that misses the box, or whose first sample falls outside the grid, gives 0.
 template <class Mode>
-TAVOK_INLINE bool projection_trilinear_line(uint32_t* row, uint32_t width, const GridView& g, const RayFrame& f,
-                                            const float* line_dir)
+TAVOK_INLINE bool projection_trilinear_line(uint32_t* row, uint32_t width, const GridView& g,
+                                            const Classification& t, const RayFrame& f, const float* line_dir)
 {
-    const Classification t = classification();
     const float stepsize = sample_stepsize;
     bool whole = true;
     Mode::template ray<SampleKind::trilinear>([&](auto start) {
@@ -309,11 +359,14 @@ void projection_final_trilinear(RenderTarget* target, uint32_t* voxels, float* i
         memset(target->depth, 0, pixels * 4);
         Mode::preview(target, voxels, ipos, ifor, iup, istr);
     };
+    const ProjectionBricks bricks = projection_bricks();
     run_final_lines<Polling::inside_lines>(
         target, f, voxels,
-        [&](uint32_t y, const float* line_dir, const GridView& g) {
+        [&](uint32_t y, const float* line_dir, const GridView& grid) {
             uint32_t* const row = target->color + (size_t)y * width;
-            if (!projection_trilinear_line<Mode>(row, width, g, f, line_dir)) give_up();
+            if (!projection_trilinear_line<Mode>(row, width, with_bricks(grid, bricks), classification(bricks), f,
+                                                 line_dir))
+                give_up();
         },
         [&](uint32_t) { give_up(); });
     if (offscreen_render || !refresh) show_image(target);
