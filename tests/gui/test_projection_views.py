@@ -79,10 +79,13 @@ def image_hash(window):
 
 
 def watch(window, seconds):
-    """(time, fingerprint, centre pixel) of the image area, as fast as they come, for seconds."""
+    """(time, fingerprint, centre pixel) of the image area, as fast as they come, for seconds.
+    The time is taken when the dump is done: what a shot shows was on the screen by then (a
+    dump takes tens of milliseconds on a loaded machine, so its start would be too early)."""
     shots, end = [], time.time() + seconds
     while time.time() < end:
-        shots.append((time.time(),) + image_hash(window))
+        fingerprint, centre_pixel = image_hash(window)
+        shots.append((time.time(), fingerprint, centre_pixel))
     return shots
 
 
