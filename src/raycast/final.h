@@ -40,10 +40,10 @@ enum class Polling {
     inside_lines,
 };
 
-// The poll at the start of line y: both pumps, then the progress bar at y / height. True when
-// the pass must give up: with odd_lines when refresh is set (color and depth are then cleared
-// over width * height, mask is kept); with the other rules when refresh is set or the colour
-// dialog is open.
+// The poll at the start of line y: both pumps, then the progress bar at y / height (the height
+// before the pumps, which may resize the window). True when the pass must give up: with
+// odd_lines when refresh is set (color and depth are then cleared over width * height, mask is
+// kept); with the other rules when refresh is set or the colour dialog is open.
 bool poll_final_line(RenderTarget* target, uint32_t y, Polling polling);
 // The poll inside a line (inside_lines): both pumps; true when refresh is set or the colour
 // dialog is open.

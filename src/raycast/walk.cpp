@@ -31,9 +31,13 @@ void setup_ray_frame(RayFrame& f, const RenderTarget* target, const float* ipos,
 
 bool poll_final_line(RenderTarget* target, uint32_t y, Polling polling)
 {
+    // The line's share of the height the pass runs at: a resize of the window inside the pumps
+    // makes the buffers anew at another height (and sets refresh, which ends the pass), and a
+    // line of the old image measured against a smaller height would be past the whole bar.
+    const double done = (double)y / target->height;
     gui_pump();
     input_pump();
-    set_progress("GUIprogressBar", (double)y / target->height);
+    set_progress("GUIprogressBar", done);
     if (polling != Polling::odd_lines) return refresh || color_dialog_open;
     if (!refresh) return false;
     size_t pixels = (size_t)target->width * target->height;

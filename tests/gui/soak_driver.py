@@ -33,6 +33,9 @@ opts = options(lambda p: (p.add_argument("--seconds", type=float, default=60.0),
 opts.tavok, opts.build = os.path.abspath(opts.tavok), os.path.abspath(opts.build)
 rng = random.Random(opts.seed)
 work = tempfile.mkdtemp(prefix="tavok-soak-")
+# tavok runs with HOME here; GTK keeps the chooser's recent files under ~/.local/share, as in
+# every user's home, and warns when it can't.
+os.makedirs(os.path.join(work, ".local", "share"))
 # The volume: a small phantom (ASan is slow), and beside it what the chooser may find there.
 volume = os.path.join(work, "phantom.dat")
 subprocess.run([os.path.join(opts.build, "make-phantom"), volume, "--size", "72", "72", "60"],

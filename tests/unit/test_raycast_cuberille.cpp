@@ -370,6 +370,30 @@ TEST(CuberilleFinal, ChangeOnAnOddLineFallsBackToThePreview)
     EXPECT_EQ(mask_at(1, 1), 9);
 }
 
+// The window resized inside a poll of a final (the soak found it): the pumps make the buffers
+// anew at 17 x 3 and set refresh. The poll still shows line 7 of the 17 the pass ran at, not
+// 7 / 3 (past the end of the bar, which GTK refuses with a critical); the pass gives up.
+TEST(CuberilleFinal, AResizeInsideAPollShowsTheLineOfTheOldHeight)
+{
+    wall_scene(8, 17);
+    refresh = 0;
+    static unsigned polls;
+    polls = 0;
+    null_pump_hook = [] {
+        if (++polls == 4) {  // the poll before line 7
+            set_image(17, 3);
+            refresh = 1;
+        }
+    };
+    final_pass();
+    null_pump_hook = nullptr;
+    EXPECT_EQ(polls, 4u);
+    EXPECT_EQ(null_progress_render, 7.0 / 17);
+    EXPECT_EQ(render_target.height, 3u);
+    EXPECT_EQ(refresh, 1);  // the pass gave up; the next frame draws the new size
+    refresh = 0;
+}
+
 TEST(CuberilleFinal, PollsEveryOddLineAndAOneLineImageIsNeverInterrupted)
 {
     wall_scene(8, 17);
