@@ -24,6 +24,17 @@ void transparent_tables()
     for (int d = 0; d < 4096; ++d) opacity_lut[d] = 0.0f, color_lut[d] = 0;
 }
 
+// One pixel whose ray runs along +x from (-2, 3.5, 3.5): it visits the cells x = 0, 1, 2, ...
+// of a grid 7 voxels high and deep through its middle.
+void one_ray_along_x()
+{
+    set_image(1, 1);
+    ipos[0] = -2.0f, ipos[1] = 3.5f, ipos[2] = 3.5f;
+    ifor[0] = 1.0f, ifor[1] = 0.5f, ifor[2] = 0.5f;
+    istr[0] = 0.0f, istr[1] = 1.0f, istr[2] = 0.0f;
+    iup[0] = 0.0f, iup[1] = 0.0f, iup[2] = 1.0f;
+}
+
 // A 19 x 21 x 19 grid (no size a multiple of 8, three bricks along each axis) of density 500
 // with three voxels of density `face`, each on the low face of a brick along one axis:
 // (8, 4, 4) in brick (1, 0, 0), (4, 16, 12) in brick (0, 2, 1), (12, 12, 16) in brick
@@ -180,11 +191,7 @@ TEST(ProjectionBricks, FollowTheGridWhenItIsReplaced)
         transparent_tables();
         opacity_lut[1000] = 1.0f, color_lut[1000] = 0xff0000;
         opacity_lut[2000] = 1.0f, color_lut[2000] = 0x00ff00;
-        set_image(1, 1);
-        ipos[0] = -2.0f, ipos[1] = 3.5f, ipos[2] = 3.5f;
-        ifor[0] = 1.0f, ifor[1] = 0.5f, ifor[2] = 0.5f;
-        istr[0] = 0.0f, istr[1] = 1.0f, istr[2] = 0.0f;
-        iup[0] = 0.0f, iup[1] = 0.0f, iup[2] = 1.0f;
+        one_ray_along_x();
         clear_image();
         run(render_mip_final);
         EXPECT_EQ(pixel(0, 0), density == 1000 ? 0xff0000u : 0x00ff00u);
@@ -205,11 +212,7 @@ TEST(Mip, AVoxelRayEndsAtTheTablesGreatestOpacityWithThePixelItWouldHaveHad)
     opacity_lut[2000] = 0.6f, color_lut[2000] = 0x00ff00;
     opacity_lut[3000] = 0.6f, color_lut[3000] = 0x0000ff;
     opacity_lut[3500] = 0.55f, color_lut[3500] = 0xffffff;
-    set_image(1, 1);
-    ipos[0] = -2.0f, ipos[1] = 3.5f, ipos[2] = 3.5f;
-    ifor[0] = 1.0f, ifor[1] = 0.5f, ifor[2] = 0.5f;
-    istr[0] = 0.0f, istr[1] = 1.0f, istr[2] = 0.0f;
-    iup[0] = 0.0f, iup[1] = 0.0f, iup[2] = 1.0f;
+    one_ray_along_x();
     for (Pass pass : {render_mip_preview, render_mip_final}) {
         clear_image();
         run(pass);
