@@ -200,16 +200,15 @@ static void projection_preview_lattice(RenderTarget* target, uint32_t* voxels, c
         const LatticeRules rules = {lattice_step, preview_limit_simple, {T >> 1, T, T}, false};
 
         auto cast = [&](uint32_t i, const float* dir, uint32_t start_depth) {
-            float p[3], cell_point[3];
-            if (!preview_ray_start(f, dir, start_depth, p, cell_point)) {
+            float p[3];
+            RayWalk w;
+            const PreviewStart entry = start_preview_walk(w, g, f, dir, start_depth, p);
+            if (entry == PreviewStart::missed) {
                 mask[i] = 2, color[i] = 0, depth[i] = no_depth;
                 return;
             }
-            RayWalk w;
-            start_walk(w, g, p, cell_point, dir);
             // A first cell outside the grid casts nothing: the pixel keeps what it has.
-            if (!cell_inside(w, g)) return;
-            w.cross_t = trunc_i32((float)start_depth * 0.9f);
+            if (entry == PreviewStart::outside) return;
             const uint32_t held = color[i];
             auto r = start;
             bool seen = false;

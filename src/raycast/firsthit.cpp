@@ -391,16 +391,15 @@ void firsthit_preview(RenderTarget* target, uint32_t* voxels, const RayFrame& f)
         return paper_color(fh.paper, fh.light, i % W + (uint32_t)fh.scroll_x, i / W + (uint32_t)fh.scroll_y);
     };
     auto cast = [&](uint32_t i, const float* dir, uint32_t start_depth) {
-        float p[3], cell_point[3];
-        if (!preview_ray_start(f, dir, start_depth, p, cell_point)) {
+        float p[3];
+        RayWalk w;
+        const PreviewStart entry = start_preview_walk(w, g, f, dir, start_depth, p);
+        if (entry == PreviewStart::missed) {
             color[i] = background(i), depth[i] = no_depth;
             return;
         }
-        RayWalk w;
-        start_walk(w, g, p, cell_point, dir);
         // A first cell outside the grid casts nothing: the pixel keeps what it has.
-        if (!cell_inside(w, g)) return;
-        w.cross_t = trunc_i32((float)start_depth * 0.9f);
+        if (entry == PreviewStart::outside) return;
         const uint32_t x = needs_pixel(kind) ? i % W : 0, y = needs_pixel(kind) ? i / W : 0;
         uint32_t hit = 0;
         if (firsthit_walk<kind, Form::preview>(w, fg, p, hist, fh, x, y, hit) && hit != 0) {

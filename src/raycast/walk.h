@@ -707,3 +707,19 @@ TAVOK_INLINE bool preview_ray_start(const RayFrame& f, const float* dir, uint32_
     for (int a = 0; a < 3; ++a) cell_point[a] = p[a] + dir[a] * s;
     return true;
 }
+
+// A preview ray made ready to walk, the same for every preview: missed, the ray misses the box;
+// outside, its first cell lies outside the grid, so it casts nothing and the pixel keeps what
+// it has; in_grid, w is set up from the cell point with cross_t at nine tenths of start_depth,
+// and p holds the ray's start (the plane samples measure from it).
+enum class PreviewStart { missed, outside, in_grid };
+TAVOK_INLINE PreviewStart start_preview_walk(RayWalk& w, const GridView& g, const RayFrame& f, const float* dir,
+                                             uint32_t start_depth, float* p)
+{
+    float cell_point[3];
+    if (!preview_ray_start(f, dir, start_depth, p, cell_point)) return PreviewStart::missed;
+    start_walk(w, g, p, cell_point, dir);
+    if (!cell_inside(w, g)) return PreviewStart::outside;
+    w.cross_t = trunc_i32((float)start_depth * 0.9f);
+    return PreviewStart::in_grid;
+}
